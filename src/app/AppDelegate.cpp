@@ -1,0 +1,61 @@
+#include "app/AppDelegate.h"
+
+#include "app/ServiceApi.h"
+#include "capture/CaptureController.h"
+#include "writer/CaptureWriter.h"
+#include "writer/Ingest.h"
+
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QScreen>
+
+Q_DECLARE_LOGGING_CATEGORY(lcTolmesk)
+
+namespace tk {
+
+AppDelegate::AppDelegate(std::shared_ptr<platform::Platform> platform, QObject* parent)
+    : QObject(parent), m_platform(std::move(platform)), m_api(std::make_unique<ServiceApi>()),
+      m_ingest(std::make_unique<Ingest>(*m_api)) {
+    auto writer = [this](Gesture g) {
+        CaptureWriter::Deps deps;
+        deps.platform = m_platform;
+        deps.ingest = m_ingest.get();
+        m_writers.start(
+            [g = std::move(g), deps = std::move(deps)] { CaptureWriter::write(g, deps); });
+    };
+    m_controller = std::make_unique<CaptureController>(m_platform, writer);
+}
+
+AppDelegate::~AppDelegate() {
+    m_writers.waitForDone();
+}
+
+void AppDelegate::syncScreenScales() {
+    std::vector<std::pair<QString, double>> scales;
+    for (QScreen* s : QGuiApplication::screens())
+        scales.emplace_back(s->name(), s->devicePixelRatio());
+    m_platform->displays->setScales(std::move(scales));
+}
+
+void AppDelegate::launch() {
+    syncScreenScales();
+    connect(qApp, &QGuiApplication::screenAdded, this, &AppDelegate::syncScreenScales);
+    connect(qApp, &QGuiApplication::screenRemoved, this, &AppDelegate::syncScreenScales);
+
+    m_controller->setOnStateChange([](bool) {});
+    m_controller->start();
+
+    m_drain.setInterval(kDrainMs);
+    connect(&m_drain, &QTimer::timeout, this, [this] { m_ingest->drainPending(); });
+    m_drain.start();
+
+    const bool trusted = m_platform->accessibility->trusted();
+    qCInfo(lcTolmesk).noquote() << QStringLiteral("Tolmesk up. hotkey=%1 ax=%2")
+                                       .arg(m_controller->hotkeyActive()
+                                                ? QStringLiteral("Alt+Space")
+                                                : QStringLiteral("menu-only"),
+                                            trusted ? QStringLiteral("granted")
+                                                    : QStringLiteral("denied"));
+}
+
+} // namespace tk

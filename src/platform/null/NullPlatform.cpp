@@ -1,0 +1,63 @@
+#include "platform/Platform.h"
+
+namespace tk::platform {
+namespace {
+
+// Honest stand-ins: every query reports "unavailable" and yields the failure value.
+class NullInputTap final : public InputTap {
+public:
+    bool permitted() const override { return false; }
+    bool install(Handler) override { return false; }
+    bool installed() const override { return false; }
+    void setPointerTracking(bool) override {}
+};
+
+class NullDisplays final : public Displays {
+public:
+    std::vector<Monitor> monitors() const override { return {}; }
+    std::optional<QPoint> pointerPixels() const override { return std::nullopt; }
+    void setScales(std::vector<std::pair<QString, double>>) override {}
+};
+
+class NullGrabber final : public ScreenGrabber {
+public:
+    bool available() const override { return false; }
+    std::optional<Grab> grabUnderPointer(std::span<const unsigned long>) override {
+        return std::nullopt;
+    }
+};
+
+class NullWorkspace final : public Workspace {
+public:
+    std::optional<FrontApp> frontApp() override { return std::nullopt; }
+};
+
+class NullAccessibility final : public Accessibility {
+public:
+    bool trusted() override { return false; }
+    std::vector<AxElement> chain(QPointF, int) override { return {}; }
+};
+
+class NullOverlayShape final : public OverlayShape {
+public:
+    bool compositing() const override { return true; }
+    void clear(unsigned long) override {}
+    void unite(unsigned long, std::span<const QRect>) override {}
+    void subtract(unsigned long, std::span<const QRect>) override {}
+};
+
+} // namespace
+
+std::unique_ptr<Platform> makeNullPlatform() {
+    auto p = std::make_unique<Platform>();
+    p->name = QStringLiteral("null");
+    p->input = std::make_unique<NullInputTap>();
+    p->displays = std::make_unique<NullDisplays>();
+    p->grabber = std::make_unique<NullGrabber>();
+    p->workspace = std::make_unique<NullWorkspace>();
+    p->accessibility = std::make_unique<NullAccessibility>();
+    p->overlay = std::make_unique<NullOverlayShape>();
+    return p;
+}
+
+} // namespace tk::platform
