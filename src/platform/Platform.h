@@ -9,6 +9,9 @@
 #include <QRect>
 #include <QString>
 
+#include "platform/Accessibility.h"
+#include "platform/AudioInput.h"
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -86,23 +89,6 @@ public:
     virtual std::optional<FrontApp> frontApp() = 0;
 };
 
-struct AxElement {
-    QString role;
-    QString title;
-    QString value;
-    double x = 0, y = 0, w = 0, h = 0;
-    bool operator==(const AxElement&) const = default;
-};
-
-class Accessibility {
-public:
-    virtual ~Accessibility() = default;
-    // The bus is reachable and accessibility is switched on.
-    virtual bool trusted() = 0;
-    // Hit element at `point` and its ancestors, innermost first.
-    virtual std::vector<AxElement> chain(QPointF point, int depth) = 0;
-};
-
 // Keeps the click-through trail window honest on servers without a compositor:
 // there a translucent window would show black, so it is cut to what is drawn.
 class OverlayShape {
@@ -121,6 +107,7 @@ struct Platform {
     std::shared_ptr<ScreenGrabber> grabber;
     std::shared_ptr<Workspace> workspace;
     std::shared_ptr<Accessibility> accessibility;
+    std::shared_ptr<AudioInput> audio;
     std::shared_ptr<OverlayShape> overlay;
 };
 

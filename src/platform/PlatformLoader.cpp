@@ -28,6 +28,8 @@ std::unique_ptr<Platform> loadPlatform() {
 #ifdef TK_HAVE_X11
     if (auto p = makeX11Platform()) {
         p->accessibility = makeAtspiAccessibility();
+        if (!p->audio)
+            p->audio = makeNullPlatform()->audio;
         return p;
     }
     if (wanted == "x11")

@@ -38,6 +38,11 @@ public:
     std::vector<AxElement> chain(QPointF, int) override { return {}; }
 };
 
+class NullAudioInput final : public AudioInput {
+public:
+    bool available() override { return false; }
+};
+
 class NullOverlayShape final : public OverlayShape {
 public:
     bool compositing() const override { return true; }
@@ -57,6 +62,7 @@ std::unique_ptr<Platform> makeNullPlatform() {
     p->workspace = std::make_unique<NullWorkspace>();
     p->accessibility = std::make_unique<NullAccessibility>();
     p->overlay = std::make_unique<NullOverlayShape>();
+    p->audio = std::make_unique<NullAudioInput>();
     return p;
 }
 
