@@ -4,7 +4,11 @@
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
+#include <QTcpSocket>
 #include <QThread>
+#include <QTimer>
+
+#include <memory>
 
 namespace tk {
 
@@ -74,6 +78,10 @@ void ServiceApi::send(const QString& method, const QString& path, const QByteArr
             this, [=, this] { send(method, path, body, declareJson, done); }, Qt::QueuedConnection);
         return;
     }
+    if (method == QLatin1String("POST") && !declareJson) {
+        sendUntyped(path, body, std::move(done));
+        return;
+    }
     QNetworkRequest req(url(path));
     if (method == QLatin1String("POST"))
         req.setTransferTimeout(kPostTimeoutMs);
@@ -92,6 +100,52 @@ void ServiceApi::send(const QString& method, const QString& path, const QByteArr
         r.body = reply->readAll();
         done(r);
     });
+}
+
+void ServiceApi::sendUntyped(const QString& path, const QByteArray& body, Completion done) {
+    // Qt's HTTP stack gives every body a form Content-Type; these requests must
+    // carry none, so they are written by hand on a loopback socket.
+    auto* socket = new QTcpSocket(this);
+    auto* timer = new QTimer(socket);
+    auto buffer = std::make_shared<QByteArray>();
+    auto finish = [socket, buffer, done = std::move(done)](bool timedOut) {
+        if (socket->property("tkDone").toBool())
+            return;
+        socket->setProperty("tkDone", true);
+        if (socket->isOpen())
+            *buffer += socket->readAll();
+        Reply r;
+        const int lineEnd = buffer->indexOf("\r\n");
+        const QList<QByteArray> status = buffer->left(lineEnd).split(' ');
+        if (!timedOut && lineEnd > 0 && status.size() >= 2 && status[0].startsWith("HTTP/")) {
+            r.transportOk = true;
+            r.status = status[1].toInt();
+            const int headEnd = buffer->indexOf("\r\n\r\n");
+            if (headEnd > 0)
+                r.body = buffer->mid(headEnd + 4);
+        }
+        socket->abort();
+        socket->deleteLater();
+        if (done)
+            done(r);
+    };
+    connect(socket, &QTcpSocket::readyRead, socket,
+            [socket, buffer] { *buffer += socket->readAll(); });
+    connect(socket, &QTcpSocket::disconnected, socket, [finish] { finish(false); });
+    connect(socket, &QTcpSocket::errorOccurred, socket, [finish] { finish(false); });
+    connect(timer, &QTimer::timeout, socket, [finish] { finish(true); });
+    connect(socket, &QTcpSocket::connected, socket, [socket, path, body] {
+        const QUrl u = baseUrl();
+        QByteArray req = "POST " + path.toUtf8() + " HTTP/1.1\r\n";
+        req += "Host: " + u.host().toLatin1() + ':' + QByteArray::number(u.port()) + "\r\n";
+        req += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+        req += "Connection: close\r\n\r\n";
+        socket->write(req + body);
+    });
+    timer->setSingleShot(true);
+    timer->start(kPostTimeoutMs);
+    const QUrl u = baseUrl();
+    socket->connectToHost(u.host(), quint16(u.port()));
 }
 
 } // namespace tk

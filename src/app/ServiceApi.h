@@ -61,6 +61,7 @@ public:
 private:
     void send(const QString& method, const QString& path, const QByteArray& body, bool declareJson,
               Completion done);
+    void sendUntyped(const QString& path, const QByteArray& body, Completion done);
     QNetworkAccessManager* m_nam;
 };
 

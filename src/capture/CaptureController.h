@@ -37,6 +37,8 @@ public:
     void end();
     // The tap's callback body.
     void handle(const platform::InputEvent& e);
+    // One tick of the 2 s watchdog that installs the tap once it can.
+    void retryTick();
 
     bool recording() const { return m_recording; }
     bool hotkeyActive() const { return m_hotkeyActive; }
@@ -52,7 +54,6 @@ Q_SIGNALS:
 
 private:
     bool installTap();
-    void retryTick();
     QPointF mouseLocationTopLeft() const;
     void setHotkeyActive(bool on);
 
