@@ -124,17 +124,22 @@ bool DesktopHarness::startWindowManager() {
         return false;
     out.write(xml.toUtf8());
     out.close();
-    spawn(QStringLiteral("openbox"), {QStringLiteral("--config-file"), path});
-    // Ready once it owns the window manager selection.
-    QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        QByteArray o;
-        if (run(QStringLiteral("xprop"),
-                {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, 5000,
-                &o) == 0 &&
-            o.contains("window id"))
-            return true;
-        QThread::msleep(50);
+    // Seen rarely under load: openbox exits at once with no word. Try again then.
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        QProcess* wm = spawn(QStringLiteral("openbox"), {QStringLiteral("--config-file"), path});
+        QDeadlineTimer deadline(20000);
+        while (!deadline.hasExpired()) {
+            QByteArray o;
+            // Ready once it owns the window manager selection.
+            if (run(QStringLiteral("xprop"),
+                    {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, 5000,
+                    &o) == 0 &&
+                o.contains("window id"))
+                return true;
+            if (wm->waitForFinished(50)) // notices an early exit
+                break;
+        }
+        qWarning().noquote() << "openbox did not come up, exit" << wm->exitCode() << wm->readAll();
     }
     return false;
 }
