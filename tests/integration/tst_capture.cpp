@@ -1,5 +1,6 @@
 #include "support/DesktopHarness.h"
 #include "support/HttpPeer.h"
+#include "writer/Screenshot.h"
 
 #include <QDir>
 #include <QFile>
@@ -57,6 +58,7 @@ private Q_SLOTS:
     void spaceAloneDoesNothing();
     void serviceDownQueuesFolder();
     void unwritableRootStillHandsOff();
+    void fallbackToolTakesTheShot();
 
 private:
     QStringList ingestedDirs() const;
@@ -212,6 +214,16 @@ void TestCapture::unwritableRootStillHandsOff() {
     QVERIFY(ingestedDirs().last().startsWith(desk.capturesRoot() + "/"));
     desk.gesture(arc({200, 100}, 3, {10, 10}), 5);
     QVERIFY(desk.waitForLog("capture written", 10000, 2)); // still alive
+}
+
+void TestCapture::fallbackToolTakesTheShot() {
+    // What runs when the native grab fails: a desktop tool, here ImageMagick's.
+    const QString path = m_desk.home() + "/fallback.png";
+    qputenv("DISPLAY", m_desk.display().toUtf8());
+    tk::Screenshot::fallbackShot(path);
+    const QImage shot(path);
+    QCOMPARE(shot.size(), QSize(1920, 1080));
+    QCOMPARE(QColor(shot.pixel(5, 1075)), kBackground);
 }
 
 QTEST_GUILESS_MAIN(TestCapture)
