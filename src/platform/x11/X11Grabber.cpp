@@ -89,7 +89,10 @@ std::optional<QImage> X11Grabber::grabRect(const QRect& r) {
                     XDestroyImage(img);
                     if (out)
                         return out;
-                    return std::nullopt;
+                    // Shared memory that the server cannot reach (a remote display):
+                    // plain requests from now on.
+                    m_shm = false;
+                    return grabRect(r);
                 }
                 if (shm.shmaddr != reinterpret_cast<char*>(-1))
                     shmdt(shm.shmaddr);
