@@ -7,8 +7,7 @@
 
 namespace tk {
 
-TrailOverlay::TrailOverlay(std::shared_ptr<platform::OverlayShape> shape)
-    : m_shape(std::move(shape)) {}
+TrailOverlay::TrailOverlay(std::shared_ptr<platform::InkSurface> ink) : m_ink(std::move(ink)) {}
 
 TrailOverlay::~TrailOverlay() = default;
 
@@ -16,15 +15,16 @@ bool TrailOverlay::show() {
     QScreen* screen = QGuiApplication::primaryScreen();
     if (!screen)
         return false;
-    m_view = std::make_unique<TrailView>(m_shape);
+    m_view = std::make_unique<TrailView>(m_ink);
     // Override-redirect: no window manager decoration, focus or taskbar entry.
     m_view->setWindowFlags(Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::Tool | Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus |
                            Qt::X11BypassWindowManagerHint);
     m_view->setGeometry(screen->geometry());
     if (m_view->shaped())
-        m_shape->clear(m_view->winId()); // nothing visible until ink is drawn
-    m_view->show();
+        m_ink->begin(screen->geometry(), TrailView::inkColour().rgb());
+    else
+        m_view->show();
     return true;
 }
 
@@ -38,6 +38,8 @@ void TrailOverlay::add(QPointF p) {
 void TrailOverlay::finish() {
     if (!m_view)
         return;
+    if (m_view->shaped())
+        m_ink->end();
     m_view->hide();
     m_view.reset();
 }

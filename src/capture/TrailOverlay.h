@@ -13,7 +13,7 @@ class TrailView;
 // The click-through window that carries the trail while a gesture is held.
 class TrailOverlay {
 public:
-    explicit TrailOverlay(std::shared_ptr<platform::OverlayShape> shape);
+    explicit TrailOverlay(std::shared_ptr<platform::InkSurface> ink);
     ~TrailOverlay();
 
     bool show(); // false when there is no screen to draw on
@@ -22,7 +22,7 @@ public:
     TrailView* view() const { return m_view.get(); }
 
 private:
-    std::shared_ptr<platform::OverlayShape> m_shape;
+    std::shared_ptr<platform::InkSurface> m_ink;
     std::unique_ptr<TrailView> m_view;
 };
 

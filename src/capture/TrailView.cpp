@@ -5,8 +5,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
-#include <algorithm>
-#include <cmath>
+#include <cstdlib>
 
 namespace tk {
 
@@ -14,16 +13,15 @@ namespace {
 
 constexpr int kMargin = 4; // half the pen plus rounding
 
-quint64 cellKey(int cx, int cy) {
-    return (quint64(quint32(cx)) << 32) | quint32(cy);
-}
-
 QPen inkPen(bool antialias) {
     QColor c = TrailView::inkColour();
     if (!antialias)
         c.setAlphaF(1.0); // cut to its own pixels, the window shows them opaque
-    QPen pen(c, TrailStyle::kWidth, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
-    return pen;
+    return QPen(c, TrailStyle::kWidth, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+}
+
+QRect segmentBounds(QPointF a, QPointF b) {
+    return QRectF(a, b).normalized().toAlignedRect().adjusted(-kMargin, -kMargin, kMargin, kMargin);
 }
 
 } // namespace
@@ -32,55 +30,46 @@ QColor TrailView::inkColour() {
     return QColor::fromRgbF(0.64f, 0.83f, 0.19f, 0.95f);
 }
 
-TrailView::TrailView(std::shared_ptr<platform::OverlayShape> shape, QWidget* parent)
-    : QWidget(parent), m_shape(std::move(shape)) {
-    m_shaped = m_shape && !m_shape->compositing();
+TrailView::TrailView(std::shared_ptr<platform::InkSurface> ink, QWidget* parent)
+    : QWidget(parent), m_shape(std::move(ink)) {
+    m_shaped = m_shape && m_shape->needed();
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setFocusPolicy(Qt::NoFocus);
 }
 
-QRect TrailView::segmentBounds(size_t i) const {
-    const QRectF r = QRectF(m_pts[i], m_pts[i + 1]).normalized();
-    return r.toAlignedRect().adjusted(-kMargin, -kMargin, kMargin, kMargin);
-}
-
-std::vector<size_t> TrailView::segmentsIn(const QRect& r) const {
-    std::vector<size_t> out;
-    const int x0 = int(std::floor(double(r.left()) / kCell));
-    const int x1 = int(std::floor(double(r.right()) / kCell));
-    const int y0 = int(std::floor(double(r.top()) / kCell));
-    const int y1 = int(std::floor(double(r.bottom()) / kCell));
-    for (int cx = x0; cx <= x1; ++cx)
-        for (int cy = y0; cy <= y1; ++cy) {
-            auto it = m_grid.find(cellKey(cx, cy));
-            if (it == m_grid.end())
-                continue;
-            for (size_t s : it->second)
-                if (segmentBounds(s).intersects(r))
-                    out.push_back(s);
-        }
-    std::sort(out.begin(), out.end());
-    out.erase(std::unique(out.begin(), out.end()), out.end());
-    return out;
+void TrailView::ensureLayer() {
+    if (m_ink.size() == size())
+        return;
+    // Zeroed pages come from the kernel on first touch: a 4K layer costs
+    // nothing until ink lands on it.
+    const qsizetype bytes = qsizetype(width()) * height() * 4;
+    void* mem = std::calloc(size_t(std::max<qsizetype>(bytes, 4)), 1);
+    QImage layer(
+        static_cast<uchar*>(mem), width(), height(), width() * 4,
+        QImage::Format_ARGB32_Premultiplied, [](void* p) { std::free(p); }, mem);
+    if (!m_ink.isNull()) {
+        QPainter p(&layer);
+        p.drawImage(0, 0, m_ink);
+    }
+    m_ink = layer;
 }
 
 void TrailView::add(QPointF p) {
+    ensureLayer();
     QRect dirty;
-    if (!m_pts.empty())
-        m_length += QLineF(m_pts.back(), p).length();
-    m_pts.push_back(p);
-    if (m_pts.size() >= 2) {
-        const size_t seg = m_pts.size() - 2;
-        const QRect b = segmentBounds(seg);
-        for (int cx = int(std::floor(double(b.left()) / kCell));
-             cx <= int(std::floor(double(b.right()) / kCell)); ++cx)
-            for (int cy = int(std::floor(double(b.top()) / kCell));
-                 cy <= int(std::floor(double(b.bottom()) / kCell)); ++cy)
-                m_grid[cellKey(cx, cy)].push_back(seg);
-        dirty = b;
+    if (!m_pts.empty()) {
+        const QPointF prev = m_pts.back();
+        m_length += QLineF(prev, p).length();
+        QPainter painter(&m_ink);
+        painter.setRenderHint(QPainter::Antialiasing, !m_shaped);
+        painter.setPen(inkPen(!m_shaped));
+        painter.drawLine(QLineF(prev, p));
+        dirty = segmentBounds(prev, p);
     }
+    m_pts.push_back(p);
+
     const auto oldHead = m_head;
     m_head = arrowheadFor(m_pts, m_length);
     QRect oldHeadRect, newHeadRect;
@@ -88,9 +77,9 @@ void TrailView::add(QPointF p) {
         oldHeadRect = oldHead->bounds(kMargin).toAlignedRect();
     if (m_head)
         newHeadRect = m_head->bounds(kMargin).toAlignedRect();
-    if (m_shaped) {
-        if (oldHead && m_shape) {
-            // Remove the old head, then give back the stroke it covered.
+    if (m_shaped && m_shape) {
+        if (oldHead) {
+            // Take the old head away, then give back the ink it covered.
             QImage img(oldHeadRect.size(), QImage::Format_ARGB32_Premultiplied);
             img.fill(Qt::transparent);
             QPainter painter(&img);
@@ -98,7 +87,7 @@ void TrailView::add(QPointF p) {
             painter.setPen(inkPen(false));
             drawHead(painter, *oldHead);
             painter.end();
-            m_shape->subtract(winId(), spans(img, oldHeadRect.topLeft()));
+            m_shape->subtract(global(spans(img, oldHeadRect.topLeft())));
             reshape(oldHeadRect);
         }
         if (!dirty.isNull())
@@ -106,16 +95,23 @@ void TrailView::add(QPointF p) {
         if (m_head)
             reshape(newHeadRect);
     }
-    update(dirty.united(oldHeadRect).united(newHeadRect));
+    if (!m_shaped)
+        update(dirty.united(oldHeadRect).united(newHeadRect));
+}
+
+std::vector<QRect> TrailView::global(std::vector<QRect> rects) const {
+    const QPoint origin = geometry().topLeft();
+    for (QRect& r : rects)
+        r.translate(origin);
+    return rects;
 }
 
 void TrailView::reshape(const QRect& area) {
-    if (!m_shape || area.isEmpty())
-        return;
-    m_shape->unite(winId(), spans(render(area), area.topLeft()));
+    if (!area.isEmpty())
+        m_shape->unite(global(spans(render(area), area.topLeft())));
 }
 
-std::vector<QRect> TrailView::spans(const QImage& img, QPoint origin) const {
+std::vector<QRect> TrailView::spans(const QImage& img, QPoint origin) {
     std::vector<QRect> out;
     for (int y = 0; y < img.height(); ++y) {
         const auto* line = reinterpret_cast<const QRgb*>(img.constScanLine(y));
@@ -134,24 +130,19 @@ std::vector<QRect> TrailView::spans(const QImage& img, QPoint origin) const {
 }
 
 QImage TrailView::render(const QRect& area) const {
-    QImage img(area.size(), QImage::Format_ARGB32_Premultiplied);
-    img.fill(Qt::transparent);
-    QPainter p(&img);
-    p.translate(-area.topLeft());
-    paintArea(p, area);
-    return img;
-}
-
-void TrailView::paintArea(QPainter& p, const QRect& area) const {
-    if (m_pts.size() < 2)
-        return;
-    p.setRenderHint(QPainter::Antialiasing, !m_shaped);
-    p.setPen(inkPen(!m_shaped));
-    p.setClipRect(area);
-    for (size_t s : segmentsIn(area))
-        p.drawLine(QLineF(m_pts[s], m_pts[s + 1]));
-    if (m_head && m_head->bounds(kMargin).intersects(area))
+    QImage img = m_ink.isNull() ? QImage() : m_ink.copy(area); // outside: transparent
+    if (img.isNull()) {
+        img = QImage(area.size(), QImage::Format_ARGB32_Premultiplied);
+        img.fill(Qt::transparent);
+    }
+    if (m_head && m_head->bounds(kMargin).intersects(area)) {
+        QPainter p(&img);
+        p.translate(-area.topLeft());
+        p.setRenderHint(QPainter::Antialiasing, !m_shaped);
+        p.setPen(inkPen(!m_shaped));
         drawHead(p, *m_head);
+    }
+    return img;
 }
 
 void TrailView::drawHead(QPainter& p, const Arrowhead& h) {
@@ -164,9 +155,20 @@ void TrailView::drawHead(QPainter& p, const Arrowhead& h) {
 }
 
 void TrailView::paintEvent(QPaintEvent* e) {
+    if (m_ink.isNull())
+        return;
     QPainter p(this);
-    for (const QRect& r : e->region())
-        paintArea(p, r);
+    for (const QRect& r : e->region()) {
+        p.drawImage(r.topLeft(), m_ink, r);
+        if (m_head && m_head->bounds(kMargin).intersects(r)) {
+            p.save();
+            p.setClipRect(r);
+            p.setRenderHint(QPainter::Antialiasing, !m_shaped);
+            p.setPen(inkPen(!m_shaped));
+            drawHead(p, *m_head);
+            p.restore();
+        }
+    }
 }
 
 } // namespace tk

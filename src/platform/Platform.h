@@ -89,15 +89,17 @@ public:
     virtual std::optional<FrontApp> frontApp() = 0;
 };
 
-// Keeps the click-through trail window honest on servers without a compositor:
-// there a translucent window would show black, so it is cut to what is drawn.
-class OverlayShape {
+// Ink on servers without a compositor, where a translucent window shows black:
+// the server itself paints the ink as small click-through windows cut to the
+// drawn pixels, so that each edit stays small however large the drawing grows.
+class InkSurface {
 public:
-    virtual ~OverlayShape() = default;
-    virtual bool compositing() const = 0;
-    virtual void clear(unsigned long window) = 0;
-    virtual void unite(unsigned long window, std::span<const QRect> rects) = 0;
-    virtual void subtract(unsigned long window, std::span<const QRect> rects) = 0;
+    virtual ~InkSurface() = default;
+    virtual bool needed() const = 0; // no compositor on this screen
+    virtual void begin(QRect screen, QRgb ink) = 0;
+    virtual void unite(std::span<const QRect> rects) = 0; // global pixels
+    virtual void subtract(std::span<const QRect> rects) = 0;
+    virtual void end() = 0; // gone from the screen when this returns
 };
 
 struct Platform {
@@ -108,7 +110,7 @@ struct Platform {
     std::shared_ptr<Workspace> workspace;
     std::shared_ptr<Accessibility> accessibility;
     std::shared_ptr<AudioInput> audio;
-    std::shared_ptr<OverlayShape> overlay;
+    std::shared_ptr<InkSurface> ink;
 };
 
 // Process-wide set-up that must come before the toolkit connects to a display.

@@ -29,15 +29,16 @@ std::vector<QPointF> circle(QPointF c, double r, int n) {
 }
 
 // Keeps the window's shape as the server would: a region edited rect by rect.
-class RegionShape final : public platform::OverlayShape {
+class RegionShape final : public platform::InkSurface {
 public:
-    bool compositing() const override { return false; }
-    void clear(unsigned long) override { region = QRegion(); }
-    void unite(unsigned long, std::span<const QRect> rects) override {
+    bool needed() const override { return true; }
+    void begin(QRect, QRgb) override { region = QRegion(); }
+    void end() override { region = QRegion(); }
+    void unite(std::span<const QRect> rects) override {
         for (const QRect& r : rects)
             region += r;
     }
-    void subtract(unsigned long, std::span<const QRect> rects) override {
+    void subtract(std::span<const QRect> rects) override {
         for (const QRect& r : rects)
             region -= r;
     }
@@ -167,7 +168,7 @@ void TestTrail::shapeIsExactlyTheInk() {
     auto shape = std::make_shared<RegionShape>();
     TrailView v(shape);
     QVERIFY(v.shaped());
-    v.resize(400, 300);
+    v.setGeometry(0, 0, 400, 300);
     // A swipe (head on, moving) that turns back over itself (head off again),
     // then a final swipe: the head comes and goes over drawn ink.
     std::vector<QPointF> pts = line({20, 150}, {12, 0}, 20);
@@ -180,6 +181,13 @@ void TestTrail::shapeIsExactlyTheInk() {
         if (i % 7 == 0 || i + 1 == pts.size())
             QCOMPARE(shape->region, inked(v.render(QRect(0, 0, 400, 300))));
     }
+    // On a screen that does not start at the origin the ink moves with it.
+    TrailView offset(shape);
+    shape->region = QRegion();
+    offset.setGeometry(1920, 0, 400, 300);
+    offset.add({10, 10});
+    offset.add({60, 10});
+    QCOMPARE(shape->region, inked(offset.render(QRect(0, 0, 400, 300))).translated(1920, 0));
 }
 
 QTEST_MAIN(TestTrail)

@@ -43,12 +43,13 @@ public:
     bool available() override { return false; }
 };
 
-class NullOverlayShape final : public OverlayShape {
+class NullInkSurface final : public InkSurface {
 public:
-    bool compositing() const override { return true; }
-    void clear(unsigned long) override {}
-    void unite(unsigned long, std::span<const QRect>) override {}
-    void subtract(unsigned long, std::span<const QRect>) override {}
+    bool needed() const override { return false; }
+    void begin(QRect, QRgb) override {}
+    void unite(std::span<const QRect>) override {}
+    void subtract(std::span<const QRect>) override {}
+    void end() override {}
 };
 
 } // namespace
@@ -61,7 +62,7 @@ std::unique_ptr<Platform> makeNullPlatform() {
     p->grabber = std::make_unique<NullGrabber>();
     p->workspace = std::make_unique<NullWorkspace>();
     p->accessibility = std::make_unique<NullAccessibility>();
-    p->overlay = std::make_unique<NullOverlayShape>();
+    p->ink = std::make_unique<NullInkSurface>();
     p->audio = std::make_unique<NullAudioInput>();
     return p;
 }

@@ -3,8 +3,8 @@
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Displays.h"
 #include "platform/x11/X11Grabber.h"
+#include "platform/x11/X11Ink.h"
 #include "platform/x11/X11Input.h"
-#include "platform/x11/X11Shape.h"
 #include "platform/x11/X11Workspace.h"
 
 #include <QLoggingCategory>
@@ -37,7 +37,9 @@ std::unique_ptr<Platform> makeX11Platform() {
     p->input = std::make_unique<X11InputTap>(displays.get());
     p->grabber = std::make_unique<X11Grabber>(conn, displays.get());
     p->workspace = std::make_unique<X11Workspace>(conn);
-    p->overlay = std::make_unique<X11OverlayShape>(conn);
+    // Its own connection: the trail must not wait behind a grab of an earlier capture.
+    auto inkConn = X11Connection::open();
+    p->ink = std::make_unique<X11InkSurface>(inkConn ? inkConn : conn);
     p->displays = std::move(displays);
     return p;
 }
