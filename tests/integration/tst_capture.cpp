@@ -59,6 +59,7 @@ private Q_SLOTS:
     void serviceDownQueuesFolder();
     void unwritableRootStillHandsOff();
     void fallbackToolTakesTheShot();
+    void trailUnderACompositor();
 
 private:
     QStringList ingestedDirs() const;
@@ -224,6 +225,40 @@ void TestCapture::fallbackToolTakesTheShot() {
     const QImage shot(path);
     QCOMPARE(shot.size(), QSize(1920, 1080));
     QCOMPARE(QColor(shot.pixel(5, 1075)), kBackground);
+}
+
+void TestCapture::trailUnderACompositor() {
+    // With a compositor the trail is one translucent window instead of tiles.
+    DesktopHarness desk;
+    QVERIFY(desk.startX(QSize(1024, 768)));
+    QCOMPARE(desk.run("xsetroot", {"-solid", kBackground.name()}), 0);
+    // Owns the compositing selection within moments; the app looks at each gesture.
+    desk.spawn("xcompmgr", {});
+    QVERIFY(desk.startApp());
+    const QString grab = desk.home() + "/during.png";
+    const QString before = desk.home() + "/before.png";
+    desk.moveTo({100, 400});
+    QCOMPARE(desk.run("import", {"-window", "root", before}, 20000), 0);
+    desk.keyDown("alt");
+    desk.keyDown("space");
+    QTest::qWait(150);
+    for (const QPoint& p : arc({100, 400}, 30, {20, 0})) {
+        desk.moveTo(p);
+        QTest::qWait(10);
+    }
+    QTest::qWait(300);
+    QCOMPARE(desk.run("import", {"-window", "root", grab}, 20000), 0);
+    desk.keyUp("space");
+    desk.keyUp("alt");
+    const QImage during(grab);
+    QVERIFY2(countInk(during.copy(90, 390, 600, 20)) > 500, "no trail drawn");
+    // Translucent everywhere else: the desktop shows as it did, not black.
+    const QImage was(before);
+    QCOMPARE(QColor(during.pixel(900, 700)), QColor(was.pixel(900, 700)));
+    QCOMPARE(QColor(during.pixel(300, 300)), QColor(was.pixel(300, 300)));
+    QVERIFY(QColor(during.pixel(300, 300)) != QColor(Qt::black));
+    QVERIFY(desk.waitForCaptures(1));
+    QCOMPARE(countInk(QImage(desk.captureFolders().last() + "/shot.png")), 0);
 }
 
 QTEST_GUILESS_MAIN(TestCapture)
