@@ -2,6 +2,7 @@
 
 #include "app/ServiceApi.h"
 #include "capture/CaptureController.h"
+#include "context/Transcriber.h"
 #include "writer/CaptureWriter.h"
 #include "writer/Ingest.h"
 
@@ -20,6 +21,7 @@ AppDelegate::AppDelegate(std::shared_ptr<platform::Platform> platform, QObject* 
         CaptureWriter::Deps deps;
         deps.platform = m_platform;
         deps.ingest = m_ingest.get();
+        deps.transcribe = &Transcriber::transcribe;
         m_writers.start(
             [g = std::move(g), deps = std::move(deps)] { CaptureWriter::write(g, deps); });
     };

@@ -13,7 +13,8 @@ namespace tk {
 CaptureController::CaptureController(std::shared_ptr<platform::Platform> platform, Writer writer,
                                      QObject* parent)
     : QObject(parent), m_platform(std::move(platform)), m_writer(std::move(writer)),
-      m_relaunch(relaunchSelf), m_overlay(m_platform ? m_platform->ink : nullptr) {
+      m_relaunch(relaunchSelf), m_audio(m_platform ? m_platform->audio : nullptr),
+      m_overlay(m_platform ? m_platform->ink : nullptr) {
     m_retry.setInterval(kRetryMs);
     connect(&m_retry, &QTimer::timeout, this, &CaptureController::retryTick);
 }

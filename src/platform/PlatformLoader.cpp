@@ -9,6 +9,9 @@
 #include "platform/atspi/AtspiAccessibility.h"
 #include "platform/x11/X11Platform.h"
 #endif
+#ifdef TK_HAVE_PULSE
+#include "platform/pulse/PulseAudioInput.h"
+#endif
 
 Q_LOGGING_CATEGORY(lcPlatform, "tolmesk.platform", QtWarningMsg)
 
@@ -28,8 +31,10 @@ std::unique_ptr<Platform> loadPlatform() {
 #ifdef TK_HAVE_X11
     if (auto p = makeX11Platform()) {
         p->accessibility = makeAtspiAccessibility();
-        if (!p->audio)
-            p->audio = makeNullPlatform()->audio;
+        p->audio = makeNullPlatform()->audio;
+#ifdef TK_HAVE_PULSE
+        p->audio = makePulseAudioInput();
+#endif
         return p;
     }
     if (wanted == "x11")

@@ -41,6 +41,7 @@ public:
 class NullAudioInput final : public AudioInput {
 public:
     bool available() override { return false; }
+    std::unique_ptr<AudioCapture> start(Sink) override { return nullptr; }
 };
 
 class NullInkSurface final : public InkSurface {
