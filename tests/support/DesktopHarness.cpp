@@ -25,6 +25,9 @@ DesktopHarness::DesktopHarness() {
     // No bus unless a test starts one: never the machine's own, never autolaunched.
     m_env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
                  QStringLiteral("unix:path=%1/no-bus").arg(m_runtime.path()));
+    // No microphone unless a test starts a sound server.
+    m_env.insert(QStringLiteral("PULSE_SERVER"),
+                 QStringLiteral("unix:%1/no-pulse").arg(m_runtime.path()));
     m_env.remove(QStringLiteral("TK_PLATFORM"));
     m_env.remove(QStringLiteral("QT_QPA_PLATFORM"));
     m_env.remove(QStringLiteral("WAYLAND_DISPLAY"));
@@ -142,6 +145,60 @@ bool DesktopHarness::startWindowManager() {
         qWarning().noquote() << "openbox did not come up, exit" << wm->exitCode() << wm->readAll();
     }
     return false;
+}
+
+bool DesktopHarness::startSound() {
+    // A sink with nothing attached; its monitor is the default source, so
+    // whatever plays into "cap" is what the microphone hears.
+    m_env.remove(QStringLiteral("PULSE_SERVER"));
+    spawn(QStringLiteral("pulseaudio"),
+          {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
+           QStringLiteral("--system=false"), QStringLiteral("--disallow-exit"),
+           QStringLiteral("-n"), QStringLiteral("--load=module-native-protocol-unix"),
+           QStringLiteral("--load=module-null-sink sink_name=cap "
+                          "sink_properties=device.description=cap"),
+           QStringLiteral("--load=module-always-sink"), QStringLiteral("--log-target=stderr")});
+    QDeadlineTimer deadline(15000);
+    while (!deadline.hasExpired()) {
+        if (run(QStringLiteral("pactl"), {QStringLiteral("info")}, 3000) == 0)
+            break;
+        QThread::msleep(50);
+    }
+    if (run(QStringLiteral("pactl"),
+            {QStringLiteral("set-default-source"), QStringLiteral("cap.monitor")}) != 0)
+        return false;
+    // A live microphone never stops delivering; a monitor only does while
+    // something plays, so silence plays underneath everything.
+    spawn(QStringLiteral("bash"),
+          {QStringLiteral("-c"), QStringLiteral("exec pacat --playback --device=cap --raw "
+                                                "--format=s16le --rate=16000 --channels=1 "
+                                                "--latency-msec=20 < /dev/zero")});
+    QDeadlineTimer playing(10000);
+    while (!playing.hasExpired()) {
+        QByteArray inputs;
+        run(QStringLiteral("pactl"),
+            {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")}, 3000,
+            &inputs);
+        if (!inputs.trimmed().isEmpty()) {
+            // A null sink renders in large blocks until a recording asks for
+            // small ones, and drops what the first recording would have read
+            // meanwhile. A microphone delivers each fragment as it comes; one
+            // short recording puts the test sink in that state.
+            run(QStringLiteral("timeout"),
+                {QStringLiteral("3"), QStringLiteral("parecord"),
+                 QStringLiteral("--device=cap.monitor"), QStringLiteral("--latency-msec=20"),
+                 m_runtime.path() + QStringLiteral("/warm.wav")},
+                5000);
+            return true;
+        }
+        QThread::msleep(50);
+    }
+    return false;
+}
+
+int DesktopHarness::play(const QString& wav) {
+    spawn(QStringLiteral("paplay"), {QStringLiteral("--device=cap"), wav});
+    return 0;
 }
 
 bool DesktopHarness::startApp(const QProcessEnvironment& extra, int timeoutMs) {

@@ -26,6 +26,9 @@ public:
 
     bool startX(QSize screen = QSize(1920, 1080));
     bool startWindowManager(); // openbox, without its Alt+Space menu binding
+    // PulseAudio whose default source hears what play() plays (and silence).
+    bool startSound();
+    int play(const QString& wav);
     // build/bin/tolmesk; waits for its launch line. Environment entries in
     // `extra` override the harness's own.
     bool startApp(const QProcessEnvironment& extra = {}, int timeoutMs = 15000);

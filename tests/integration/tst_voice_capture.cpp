@@ -1,0 +1,141 @@
+#include "context/AudioDecode.h"
+#include "support/DesktopHarness.h"
+#include "support/HttpPeer.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+using tk::test::DesktopHarness;
+using tk::test::HttpPeer;
+
+class TestVoiceCapture : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void spokenGesture_data();
+    void spokenGesture();
+    void silenceGivesNoTranscript();
+
+private:
+    // Holds the hotkey for `ms` while the pointer moves; returns the held time.
+    qint64 hold(int ms, const QString& speech);
+    int ingestsOf(const QString& dir) const;
+    QString speech(const QString& name, const QString& text);
+    DesktopHarness m_desk;
+    HttpPeer m_peer;
+};
+
+void TestVoiceCapture::initTestCase() {
+    QVERIFY2(m_peer.listen(3402), "127.0.0.1:3402 is taken by another process");
+    QVERIFY(m_desk.startX());
+    QVERIFY(m_desk.startSound());
+    QVERIFY(m_desk.startApp());
+}
+
+QString TestVoiceCapture::speech(const QString& name, const QString& text) {
+    // flite's voices are the ones Debian's en-us model hears well.
+    const QString wav = m_desk.home() + "/" + name + ".wav";
+    if (!QFile::exists(wav) &&
+        m_desk.run("flite", {"-voice", "slt", "-t", text, "-o", wav}, 30000) != 0)
+        return {};
+    return wav;
+}
+
+qint64 TestVoiceCapture::hold(int ms, const QString& wav) {
+    m_desk.moveTo({400, 400});
+    QElapsedTimer held;
+    m_desk.keyDown("alt");
+    m_desk.keyDown("space");
+    held.start();
+    if (!wav.isEmpty())
+        m_desk.play(wav);
+    for (int i = 0; held.elapsed() < ms; ++i) {
+        m_desk.moveTo({400 + (i % 50) * 4, 400 + (i % 7)});
+        QTest::qWait(40);
+    }
+    m_desk.keyUp("space");
+    const qint64 t = held.elapsed();
+    m_desk.keyUp("alt");
+    return t;
+}
+
+int TestVoiceCapture::ingestsOf(const QString& dir) const {
+    int n = 0;
+    for (const auto& r : m_peer.requests())
+        n += QJsonDocument::fromJson(r.body).object()["dir"].toString() == dir;
+    return n;
+}
+
+void TestVoiceCapture::spokenGesture_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("contentWords");
+    QTest::newRow("short") << "this button does nothing when I click it"
+                           << QStringList{"button", "nothing", "click"};
+    QTest::newRow("longer")
+        << "the save dialog closes before I can type the file name and then the list is empty"
+        << QStringList{"save", "dialog", "closes", "before", "type",
+                       "file", "name",   "list",   "empty"};
+}
+
+void TestVoiceCapture::spokenGesture() {
+    QFETCH(QString, text);
+    QFETCH(QStringList, contentWords);
+    const QString wav = speech(QString::number(qHash(text)), text);
+    QVERIFY(!wav.isEmpty());
+    const auto spoken = tk::decodeToPcm16k(wav);
+    QVERIFY(spoken);
+    const int speechMs = int(spoken->size() / 16);
+    const int before = m_desk.captureFolders().size();
+    const qint64 held = hold(speechMs + 700, wav);
+    QVERIFY(m_desk.waitForCaptures(before + 1));
+    const QString dir = m_desk.captureFolders().last();
+
+    const auto audio = tk::decodeToPcm16k(dir + "/audio.m4a");
+    QVERIFY2(audio, "audio.m4a does not decode");
+    const qint64 audioMs = qint64(audio->size() / 16);
+    QVERIFY2(std::abs(audioMs - held) <= 200,
+             qPrintable(QStringLiteral("audio %1 ms, held %2 ms").arg(audioMs).arg(held)));
+
+    QFile f(dir + "/context.json");
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    const QJsonArray levels =
+        QJsonDocument::fromJson(f.readAll()).object()["audioLevels"].toArray();
+    QVERIFY(levels.size() >= 20);
+    double lo = 1, hi = 0;
+    for (const auto& v : levels) {
+        lo = std::min(lo, v.toDouble());
+        hi = std::max(hi, v.toDouble());
+    }
+    QVERIFY2(hi > 0.4 && lo < 0.1, qPrintable(QStringLiteral("levels %1..%2").arg(lo).arg(hi)));
+
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir + "/transcript.txt"), 30000);
+    QFile t(dir + "/transcript.txt");
+    QVERIFY(t.open(QIODevice::ReadOnly));
+    const QString heard = QString::fromUtf8(t.readAll()).toLower();
+    int found = 0;
+    for (const QString& w : contentWords)
+        found += heard.contains(w);
+    qInfo().noquote() << "heard:" << heard << "-" << found << "of" << contentWords.size()
+                      << "content words";
+    QVERIFY2(found * 2 >= contentWords.size(), qPrintable(heard));
+    // Once for the folder, once more when the transcript arrived.
+    QTRY_COMPARE_WITH_TIMEOUT(ingestsOf(dir), 2, 10000);
+}
+
+void TestVoiceCapture::silenceGivesNoTranscript() {
+    const int before = m_desk.captureFolders().size();
+    hold(1500, {});
+    QVERIFY(m_desk.waitForCaptures(before + 1));
+    const QString dir = m_desk.captureFolders().last();
+    QVERIFY(QFile::exists(dir + "/audio.m4a"));
+    QTest::qWait(6000); // the recogniser's turn has come and gone
+    QVERIFY(!QFile::exists(dir + "/transcript.txt"));
+    QCOMPARE(ingestsOf(dir), 1);
+}
+
+QTEST_GUILESS_MAIN(TestVoiceCapture)
+#include "tst_voice_capture.moc"
