@@ -6,3 +6,4 @@ find_library(POCKETSPHINX_LIB pocketsphinx REQUIRED)
 target_include_directories(tolmesk_core SYSTEM PRIVATE ${POCKETSPHINX_INCLUDE}
                            ${SPHINXBASE_INCLUDE_DIRS})
 target_link_libraries(tolmesk_core PRIVATE ${POCKETSPHINX_LIB} ${SPHINXBASE_LINK_LIBRARIES})
+
