@@ -59,6 +59,7 @@ private Q_SLOTS:
     void serviceDownQueuesFolder();
     void unwritableRootStillHandsOff();
     void fallbackToolTakesTheShot();
+    void focusPrivacyKeepsOnlyTheLasso();
     void trailUnderACompositor();
 
 private:
@@ -226,6 +227,35 @@ void TestCapture::fallbackToolTakesTheShot() {
     const QImage shot(path);
     QCOMPARE(shot.size(), QSize(1920, 1080));
     QCOMPARE(QColor(shot.pixel(5, 1075)), kBackground);
+}
+
+void TestCapture::focusPrivacyKeepsOnlyTheLasso() {
+    // The same screen twice: as it is, then with focus privacy on.
+    const QList<QPoint> lasso{{320, 230}, {480, 230}, {480, 300}, {320, 300}, {320, 232}};
+    const int before = m_desk.captureFolders().size();
+    m_desk.gesture(lasso, 5);
+    QVERIFY(m_desk.waitForCaptures(before + 1));
+    const QImage plain(m_desk.captureFolders().last() + "/shot.png");
+    const QString conf = m_desk.home() + "/.config/Tolmesk/Tolmesk.conf";
+    {
+        QSettings s(conf, QSettings::IniFormat);
+        s.setValue("tk.redact", true);
+    }
+    m_desk.gesture(lasso, 5);
+    QVERIFY(m_desk.waitForCaptures(before + 2));
+    {
+        QSettings s(conf, QSettings::IniFormat);
+        s.setValue("tk.redact", false);
+    }
+    const QImage redacted(m_desk.captureFolders().last() + "/shot.png");
+    QCOMPARE(redacted.size(), plain.size());
+    const QRect kept(304, 214, 192, 102); // the lasso's box and 16 pixels round it
+    QCOMPARE(redacted.copy(kept), plain.copy(kept));
+    int changed = 0;
+    for (int y = 0; y < plain.height(); y += 2)
+        for (int x = 0; x < plain.width(); x += 2)
+            changed += !kept.contains(x, y) && plain.pixel(x, y) != redacted.pixel(x, y);
+    QVERIFY2(changed > 2000, qPrintable(QString::number(changed)));
 }
 
 void TestCapture::trailUnderACompositor() {
