@@ -30,7 +30,7 @@ std::unique_ptr<Platform> loadPlatform() {
         return makeNullPlatform();
 #ifdef TK_HAVE_X11
     if (auto p = makeX11Platform()) {
-        p->accessibility = makeAtspiAccessibility();
+        p->accessibility = makeAtspiAccessibility(x11WindowsAt(*p));
         p->audio = makeNullPlatform()->audio;
 #ifdef TK_HAVE_PULSE
         p->audio = makePulseAudioInput();

@@ -147,6 +147,33 @@ bool DesktopHarness::startWindowManager() {
     return false;
 }
 
+bool DesktopHarness::startSessionBus() {
+    QProcess* bus = spawn(QStringLiteral("dbus-daemon"),
+                          {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                           QStringLiteral("--print-address=1")});
+    QByteArray address;
+    QDeadlineTimer deadline(10000);
+    while (!address.contains('\n') && !deadline.hasExpired() && bus->waitForReadyRead(100))
+        address += bus->readAllStandardOutput();
+    // Its warnings share the channel: the address is the first line.
+    address = address.split('\n').value(0).trimmed();
+    if (!address.startsWith("unix:"))
+        return false;
+    m_env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromUtf8(address));
+    return true;
+}
+
+bool DesktopHarness::setAccessibility(bool on) {
+    return run(QStringLiteral("gdbus"),
+               {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--dest"),
+                QStringLiteral("org.a11y.Bus"), QStringLiteral("--object-path"),
+                QStringLiteral("/org/a11y/bus"), QStringLiteral("--method"),
+                QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+                QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
+                on ? QStringLiteral("<true>") : QStringLiteral("<false>")},
+               10000) == 0;
+}
+
 bool DesktopHarness::startSound() {
     // A sink with nothing attached; its monitor is the default source, so
     // whatever plays into "cap" is what the microphone hears.

@@ -28,6 +28,10 @@ public:
     bool startWindowManager(); // openbox, without its Alt+Space menu binding
     // PulseAudio whose default source hears what play() plays (and silence).
     bool startSound();
+    // A private session bus for everything started after it.
+    bool startSessionBus();
+    // Switches org.a11y.Status.IsEnabled on the session bus.
+    bool setAccessibility(bool on);
     int play(const QString& wav);
     // build/bin/tolmesk; waits for its launch line. Environment entries in
     // `extra` override the harness's own.

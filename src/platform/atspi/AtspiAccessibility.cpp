@@ -1,18 +1,68 @@
 #include "platform/atspi/AtspiAccessibility.h"
 
+#include "context/AX.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
+
+#ifdef TK_HAVE_ATSPI
+#undef signals // GLib's headers use the word
+#include <atspi/atspi.h>
+#endif
+
+#include <mutex>
 
 namespace tk::platform {
 namespace {
 
 constexpr int kBusTimeoutMs = 1000;
 
+#ifdef TK_HAVE_ATSPI
+// A hung application costs at most this per call, and one failed call ends the walk.
+constexpr int kCallTimeoutMs = 1000;
+constexpr int kMaxDescent = 64;
+
+// Owns one reference; libatspi hands out new ones from every getter.
+struct Ref {
+    AtspiAccessible* p = nullptr;
+    Ref() = default;
+    explicit Ref(AtspiAccessible* a) : p(a) {}
+    Ref(Ref&& o) noexcept : p(std::exchange(o.p, nullptr)) {}
+    Ref& operator=(Ref&& o) noexcept {
+        reset(std::exchange(o.p, nullptr));
+        return *this;
+    }
+    ~Ref() { reset(); }
+    void reset(AtspiAccessible* a = nullptr) {
+        if (p)
+            g_object_unref(p);
+        p = a;
+    }
+    explicit operator bool() const { return p != nullptr; }
+};
+
+// Every failure is an error object to drop; returns whether there was one.
+bool failed(GError*& e) {
+    if (!e)
+        return false;
+    g_error_free(e);
+    e = nullptr;
+    return true;
+}
+
+QString take(gchar* s) {
+    const QString out = QString::fromUtf8(s ? s : "");
+    g_free(s);
+    return out;
+}
+#endif
+
 class AtspiAccessibility final : public Accessibility {
 public:
+    explicit AtspiAccessibility(WindowsAt windowsAt) : m_windowsAt(std::move(windowsAt)) {}
+
     bool trusted() override {
-        // A private connection per call: the writer asks from its own thread.
         QDBusConnection bus = QDBusConnection::sessionBus();
         if (!bus.isConnected())
             return false;
@@ -27,15 +77,158 @@ public:
         return v.typeId() == QMetaType::Bool && v.toBool();
     }
 
-    // Element resolution over the AT-SPI tree is not built yet: it yields what a
-    // failing lookup yields.
-    std::vector<AxElement> chain(QPointF, int) override { return {}; }
+    std::vector<AxElement> chain(QPointF point, int depth) override {
+#ifdef TK_HAVE_ATSPI
+        if (depth <= 0 || !m_windowsAt)
+            return {};
+        // libatspi is not thread-safe; writers may overlap.
+        std::lock_guard guard(m_mutex);
+        if (!ready())
+            return {};
+        const int x = int(point.x()), y = int(point.y());
+        Ref hit = hitTest(x, y);
+        std::vector<AxElement> out;
+        GError* e = nullptr;
+        while (hit && int(out.size()) < depth) {
+            if (atspi_accessible_get_role(hit.p, &e) == ATSPI_ROLE_APPLICATION || failed(e))
+                break;
+            out.push_back(AX::describe(read(hit.p)));
+            Ref parent(atspi_accessible_get_parent(hit.p, &e));
+            if (failed(e))
+                break;
+            hit = std::move(parent);
+        }
+        return out;
+#else
+        Q_UNUSED(point)
+        Q_UNUSED(depth)
+        return {};
+#endif
+    }
+
+private:
+#ifdef TK_HAVE_ATSPI
+    bool ready() {
+        if (!m_initDone) {
+            m_initDone = true;
+            m_initOk = atspi_init() >= 0;
+        }
+        if (m_initOk)
+            atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs);
+        return m_initOk;
+    }
+
+    Ref hitTest(int x, int y) {
+        GError* e = nullptr;
+        Ref desktop(atspi_get_desktop(0));
+        if (!desktop)
+            return {};
+        const int apps = atspi_accessible_get_child_count(desktop.p, &e);
+        if (failed(e))
+            return {};
+        // The topmost window under the point decides which application answers.
+        for (qint64 pid : m_windowsAt(QPoint(x, y))) {
+            for (int i = 0; i < apps; ++i) {
+                Ref app(atspi_accessible_get_child_at_index(desktop.p, i, &e));
+                if (failed(e) || !app)
+                    continue;
+                const guint appPid = atspi_accessible_get_process_id(app.p, &e);
+                if (failed(e) || qint64(appPid) != pid)
+                    continue;
+                if (Ref frame = frameAt(app.p, x, y))
+                    return descend(std::move(frame), x, y);
+            }
+            return {}; // that window's application is not on the bus
+        }
+        return {};
+    }
+
+    Ref frameAt(AtspiAccessible* app, int x, int y) {
+        GError* e = nullptr;
+        const int n = atspi_accessible_get_child_count(app, &e);
+        if (failed(e))
+            return {};
+        for (int i = 0; i < n; ++i) {
+            Ref frame(atspi_accessible_get_child_at_index(app, i, &e));
+            if (failed(e) || !frame)
+                continue;
+            AtspiComponent* c = atspi_accessible_get_component_iface(frame.p);
+            if (!c)
+                continue;
+            const bool inside = atspi_component_contains(c, x, y, ATSPI_COORD_TYPE_SCREEN, &e);
+            g_object_unref(c);
+            if (!failed(e) && inside)
+                return frame;
+        }
+        return {};
+    }
+
+    Ref descend(Ref at, int x, int y) {
+        GError* e = nullptr;
+        for (int i = 0; i < kMaxDescent; ++i) {
+            AtspiComponent* c = atspi_accessible_get_component_iface(at.p);
+            if (!c)
+                break;
+            Ref child(
+                atspi_component_get_accessible_at_point(c, x, y, ATSPI_COORD_TYPE_SCREEN, &e));
+            g_object_unref(c);
+            if (failed(e) || !child || child.p == at.p)
+                break;
+            at = std::move(child);
+        }
+        return at;
+    }
+
+    AxRaw read(AtspiAccessible* a) {
+        AxRaw raw;
+        GError* e = nullptr;
+        if (QString role = take(atspi_accessible_get_role_name(a, &e)); !failed(e))
+            raw.role = role;
+        if (QString name = take(atspi_accessible_get_name(a, &e)); !failed(e))
+            raw.name = name;
+        if (QString desc = take(atspi_accessible_get_description(a, &e)); !failed(e))
+            raw.description = desc;
+        if (AtspiText* t = atspi_accessible_get_text_iface(a)) {
+            const int count = atspi_text_get_character_count(t, &e);
+            if (!failed(e)) {
+                // A little past the cut, so whole characters survive it.
+                QString text =
+                    take(atspi_text_get_text(t, 0, std::min(count, 4 * AX::kValueLength), &e));
+                if (!failed(e) && count > 0)
+                    raw.text = text;
+            }
+            g_object_unref(t);
+        }
+        if (!raw.text) {
+            if (AtspiValue* v = atspi_accessible_get_value_iface(a)) {
+                const double value = atspi_value_get_current_value(v, &e);
+                if (!failed(e))
+                    raw.value = value;
+                g_object_unref(v);
+            }
+        }
+        if (AtspiComponent* c = atspi_accessible_get_component_iface(a)) {
+            AtspiRect* r = atspi_component_get_extents(c, ATSPI_COORD_TYPE_SCREEN, &e);
+            if (!failed(e) && r)
+                raw.extents = QRectF(r->x, r->y, r->width, r->height);
+            if (r)
+                g_free(r);
+            g_object_unref(c);
+        }
+        return raw;
+    }
+
+    std::mutex m_mutex;
+    bool m_initDone = false;
+    bool m_initOk = false;
+#endif
+    WindowsAt m_windowsAt;
 };
 
 } // namespace
 
-std::unique_ptr<Accessibility> makeAtspiAccessibility() {
-    return std::make_unique<AtspiAccessibility>();
+std::unique_ptr<Accessibility> makeAtspiAccessibility(WindowsAt windowsAt) {
+    return std::make_unique<AtspiAccessibility>(std::move(windowsAt));
 }
 
 } // namespace tk::platform

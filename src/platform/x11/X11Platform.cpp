@@ -44,4 +44,25 @@ std::unique_ptr<Platform> makeX11Platform() {
     return p;
 }
 
+std::function<std::vector<qint64>(QPoint)> x11WindowsAt(const Platform& p) {
+    auto ws = std::dynamic_pointer_cast<X11Workspace>(p.workspace);
+    auto displays = std::dynamic_pointer_cast<X11Displays>(p.displays);
+    if (!ws)
+        return {};
+    return [ws, displays](QPoint points) {
+        // Points to root pixels: the inverse of what the input path does.
+        QPoint px = points;
+        if (displays)
+            for (const auto& m : displays->monitors()) {
+                const QPointF tl = m.pixels.topLeft();
+                const QPointF back = tl + (QPointF(points) - tl) * m.scale;
+                if (m.pixels.contains(back.toPoint())) {
+                    px = back.toPoint();
+                    break;
+                }
+            }
+        return ws->pidsAt(px);
+    };
+}
+
 } // namespace tk::platform

@@ -72,4 +72,46 @@ std::optional<FrontApp> X11Workspace::frontApp() {
     return app;
 }
 
+std::vector<qint64> X11Workspace::pidsAt(QPoint px) {
+    auto lock = m_conn->lock();
+    Display* dpy = m_conn->display();
+    const Atom pidAtom = m_conn->atom("_NET_WM_PID");
+    auto pidOf = [&](Window w) -> qint64 {
+        const QByteArray pid = property(w, pidAtom, XA_CARDINAL);
+        return pid.size() >= int(sizeof(long)) ? *reinterpret_cast<const long*>(pid.constData())
+                                               : 0;
+    };
+    auto contains = [&](Window w) {
+        XWindowAttributes a;
+        if (!XGetWindowAttributes(dpy, w, &a) || a.map_state != IsViewable)
+            return false;
+        int rx = 0, ry = 0;
+        Window child = 0;
+        XTranslateCoordinates(dpy, w, m_conn->root(), 0, 0, &rx, &ry, &child);
+        return QRect(rx, ry, a.width, a.height).contains(px);
+    };
+    std::vector<Window> bottomUp;
+    const QByteArray stacking =
+        property(m_conn->root(), m_conn->atom("_NET_CLIENT_LIST_STACKING"), XA_WINDOW);
+    for (int i = 0; i + int(sizeof(long)) <= stacking.size(); i += int(sizeof(long)))
+        bottomUp.push_back(Window(*reinterpret_cast<const long*>(stacking.constData() + i)));
+    if (bottomUp.empty()) {
+        // No window manager to ask: the root's own children, bottom to top.
+        Window rootRet = 0, parent = 0, *children = nullptr;
+        unsigned int n = 0;
+        if (XQueryTree(dpy, m_conn->root(), &rootRet, &parent, &children, &n)) {
+            bottomUp.assign(children, children + n);
+            XFree(children);
+        }
+    }
+    std::vector<qint64> out;
+    for (auto it = bottomUp.rbegin(); it != bottomUp.rend(); ++it) {
+        if (!contains(*it))
+            continue;
+        if (const qint64 pid = pidOf(*it); pid > 0)
+            out.push_back(pid);
+    }
+    return out;
+}
+
 } // namespace tk::platform

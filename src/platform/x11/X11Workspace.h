@@ -12,6 +12,8 @@ class X11Workspace final : public Workspace {
 public:
     explicit X11Workspace(std::shared_ptr<X11Connection> conn) : m_conn(std::move(conn)) {}
     std::optional<FrontApp> frontApp() override;
+    // Processes of the application windows under a root-pixel point, topmost first.
+    std::vector<qint64> pidsAt(QPoint px);
 
 private:
     QByteArray property(XId w, XId prop, XId type);
