@@ -17,6 +17,10 @@ class TestContextCapture : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
+    void cleanup() {
+        if (QTest::currentTestFailed())
+            qWarning().noquote() << m_desk.appLog();
+    }
     void lassoAroundAButton();
     void pressOnTheEntry();
     void accessibilityOff();
@@ -80,6 +84,8 @@ void TestContextCapture::lassoAroundAButton() {
     const QJsonObject ax = c["ax"].toObject();
     QCOMPARE(ax["permission"].toString(), QStringLiteral("granted"));
     const QJsonObject lasso = ax["lassoAncestor"].toObject();
+    if (lasso.isEmpty())
+        qWarning().noquote() << m_desk.appLog();
     QCOMPARE(lasso["role"].toString(), QStringLiteral("push button"));
     QCOMPARE(lasso["title"].toString(), QStringLiteral("Save"));
     const QRect got(int(lasso["x"].toDouble()), int(lasso["y"].toDouble()),

@@ -90,10 +90,15 @@ public:
         std::vector<AxElement> out;
         GError* e = nullptr;
         while (hit && int(out.size()) < depth) {
-            if (atspi_accessible_get_role(hit.p, &e) == ATSPI_ROLE_APPLICATION || failed(e))
+            AtspiRole role = atspi_accessible_get_role(hit.p, &e);
+            if (failed(e)) // one more try: a slow answer is not a dead application
+                role = atspi_accessible_get_role(hit.p, &e);
+            if (failed(e) || role == ATSPI_ROLE_APPLICATION)
                 break;
             out.push_back(AX::describe(read(hit.p)));
             Ref parent(atspi_accessible_get_parent(hit.p, &e));
+            if (failed(e))
+                parent = Ref(atspi_accessible_get_parent(hit.p, &e));
             if (failed(e))
                 break;
             hit = std::move(parent);
@@ -112,10 +117,20 @@ private:
         if (!m_initDone) {
             m_initDone = true;
             m_initOk = atspi_init() >= 0;
+            if (m_initOk) {
+                // Off the toolkit's loop: Qt runs GLib's default context on the
+                // main thread, and libatspi must only ever run under our lock.
+                m_context = g_main_context_new();
+                atspi_set_main_context(m_context);
+            }
         }
-        if (m_initOk)
-            atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs);
-        return m_initOk;
+        if (!m_initOk)
+            return false;
+        atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs);
+        // What arrived since the last capture (cache updates, new windows).
+        for (int i = 0; i < 1000 && g_main_context_iteration(m_context, FALSE); ++i) {
+        }
+        return true;
     }
 
     Ref hitTest(int x, int y) {
@@ -219,6 +234,7 @@ private:
     }
 
     std::mutex m_mutex;
+    GMainContext* m_context = nullptr;
     bool m_initDone = false;
     bool m_initOk = false;
 #endif
