@@ -17,11 +17,19 @@ namespace tk {
 AppDelegate::AppDelegate(std::shared_ptr<platform::Platform> platform, QObject* parent)
     : QObject(parent), m_platform(std::move(platform)), m_api(std::make_unique<ServiceApi>()),
       m_ingest(std::make_unique<Ingest>(*m_api)) {
-    auto writer = [this](Gesture g) {
+    // One recording at a time: a single recogniser's memory, one core left for
+    // new gestures. Waited for before the hand-off it calls back into goes away.
+    auto* transcripts = new QThreadPool(this);
+    transcripts->setObjectName(QStringLiteral("transcripts"));
+    transcripts->setMaxThreadCount(1);
+    auto writer = [this, transcripts](Gesture g) {
         CaptureWriter::Deps deps;
         deps.platform = m_platform;
         deps.ingest = m_ingest.get();
-        deps.transcribe = &Transcriber::transcribe;
+        deps.transcribe = [transcripts](const QString& audio, CaptureWriter::TranscriptDone done) {
+            transcripts->start(
+                [audio, done = std::move(done)] { done(Transcriber::runInstalled(audio)); });
+        };
         m_writers.start(
             [g = std::move(g), deps = std::move(deps)] { CaptureWriter::write(g, deps); });
     };
@@ -30,6 +38,8 @@ AppDelegate::AppDelegate(std::shared_ptr<platform::Platform> platform, QObject* 
 
 AppDelegate::~AppDelegate() {
     m_writers.waitForDone();
+    if (auto* transcripts = findChild<QThreadPool*>(QStringLiteral("transcripts")))
+        transcripts->waitForDone();
 }
 
 void AppDelegate::syncScreenScales() {

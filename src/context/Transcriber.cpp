@@ -40,14 +40,18 @@ bool WhisperEngine::available() const {
 
 QString WhisperEngine::parseOutput(const QByteArray& out) {
     static const QRegularExpression stamp(
-        QStringLiteral("^\\s*\\[[0-9:.]+\\s*-->\\s*[0-9:.]+\\]\\s*"));
-    static const QRegularExpression marker(QStringLiteral("\\[[A-Z_ ]+\\]|\\([a-z ]+\\)"));
+        QStringLiteral("^\\s*\\[[0-9:.,]+\\s*-->\\s*[0-9:.,]+\\]"));
+    // [BLANK_AUDIO], [Music], [ Silence ] anywhere; a segment that is only
+    // "(wind blowing)" or "*cough*" or notes: none of that is speech.
+    static const QRegularExpression tag(QStringLiteral("\\[[^\\]]*\\]"));
+    static const QRegularExpression sound(
+        QStringLiteral("^(\\([^)]*\\)|\\*[^*]*\\*|[\\x{266A}\\x{266B}\\s]+)$"));
     QStringList parts;
     for (QString line : QString::fromUtf8(out).split(QLatin1Char('\n'))) {
         line.remove(stamp);
-        line.remove(marker); // [BLANK_AUDIO], (music) and the like are not speech
+        line.remove(tag);
         line = line.trimmed();
-        if (!line.isEmpty())
+        if (!line.isEmpty() && !sound.match(line).hasMatch())
             parts << line;
     }
     return parts.join(QLatin1Char(' ')).simplified();
@@ -65,7 +69,7 @@ std::optional<QString> WhisperEngine::transcribe(const QString& audioPath) {
         return std::nullopt;
     QProcess p;
     p.start(exe, {QStringLiteral("-m"), m, QStringLiteral("-f"), wav, QStringLiteral("-l"),
-                  QStringLiteral("en"), QStringLiteral("-nt"), QStringLiteral("-np")});
+                  QStringLiteral("en"), QStringLiteral("-np")});
     if (!p.waitForStarted() || !p.waitForFinished(120'000) ||
         p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
         return std::nullopt;
@@ -130,12 +134,14 @@ std::optional<QString> Transcriber::run(SpeechEngine* newer, SpeechEngine& older
     return older.transcribe(audioPath);
 }
 
+std::optional<QString> Transcriber::runInstalled(const QString& audioPath) {
+    WhisperEngine newer;
+    PocketsphinxEngine older;
+    return run(&newer, older, audioPath);
+}
+
 void Transcriber::transcribe(const QString& audioPath, Completion done) {
-    std::thread([audioPath, done = std::move(done)] {
-        WhisperEngine newer;
-        PocketsphinxEngine older;
-        done(run(&newer, older, audioPath));
-    }).detach();
+    std::thread([audioPath, done = std::move(done)] { done(runInstalled(audioPath)); }).detach();
 }
 
 } // namespace tk

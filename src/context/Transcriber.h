@@ -47,8 +47,10 @@ private:
 class Transcriber {
 public:
     using Completion = std::function<void(std::optional<QString>)>;
-    // Returns at once; `done` runs later on a worker thread.
+    // Returns at once; `done` runs later on a worker thread of its own.
     static void transcribe(const QString& audioPath, Completion done);
+    // Blocking, with the engines installed on this machine.
+    static std::optional<QString> runInstalled(const QString& audioPath);
     // The choice between the two engines, blocking: the newer one first when it
     // is there; failing or hearing nothing, the older one decides.
     static std::optional<QString> run(SpeechEngine* newer, SpeechEngine& older,

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTest>
 
 using tk::test::DesktopHarness;
@@ -19,6 +20,7 @@ private Q_SLOTS:
     void spokenGesture_data();
     void spokenGesture();
     void silenceGivesNoTranscript();
+    void noMicrophoneStillCaptures();
 
 private:
     // Holds the hotkey for `ms` while the pointer moves; returns the held time.
@@ -116,12 +118,14 @@ void TestVoiceCapture::spokenGesture() {
     QFile t(dir + "/transcript.txt");
     QVERIFY(t.open(QIODevice::ReadOnly));
     const QString heard = QString::fromUtf8(t.readAll()).toLower();
+    const QStringList words = heard.split(QRegularExpression("[^a-z']+"), Qt::SkipEmptyParts);
     int found = 0;
     for (const QString& w : contentWords)
-        found += heard.contains(w);
+        found += words.contains(w);
     qInfo().noquote() << "heard:" << heard << "-" << found << "of" << contentWords.size()
                       << "content words";
-    QVERIFY2(found * 2 >= contentWords.size(), qPrintable(heard));
+    // Debian's model hears flite at 50-100 % of these words; a broken pipeline, none.
+    QVERIFY2(found * 3 >= contentWords.size(), qPrintable(heard));
     // Once for the folder, once more when the transcript arrived.
     QTRY_COMPARE_WITH_TIMEOUT(ingestsOf(dir), 2, 10000);
 }
@@ -133,6 +137,29 @@ void TestVoiceCapture::silenceGivesNoTranscript() {
     const QString dir = m_desk.captureFolders().last();
     QVERIFY(QFile::exists(dir + "/audio.m4a"));
     QTest::qWait(6000); // the recogniser's turn has come and gone
+    QVERIFY(!QFile::exists(dir + "/transcript.txt"));
+    QCOMPARE(ingestsOf(dir), 1);
+}
+
+void TestVoiceCapture::noMicrophoneStillCaptures() {
+    // The same desktop, but the app finds no sound server at all.
+    m_desk.stopApp();
+    QProcessEnvironment noSound;
+    noSound.insert("PULSE_SERVER", "unix:" + m_desk.home() + "/no-sound-server");
+    QVERIFY(m_desk.startApp(noSound));
+    const int before = m_desk.captureFolders().size();
+    hold(1200, speech("short", "this button does nothing when I click it"));
+    QVERIFY(m_desk.waitForCaptures(before + 1));
+    const QString dir = m_desk.captureFolders().last();
+    QVERIFY(QFile::exists(dir + "/shot.png"));
+    QVERIFY(!QFile::exists(dir + "/audio.m4a"));
+    QFile f(dir + "/context.json");
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    const QJsonObject c = QJsonDocument::fromJson(f.readAll()).object();
+    QVERIFY(!c.isEmpty());
+    QVERIFY(!c.contains("audioLevels"));
+    QTRY_COMPARE_WITH_TIMEOUT(ingestsOf(dir), 1, 10000);
+    QTest::qWait(2000);
     QVERIFY(!QFile::exists(dir + "/transcript.txt"));
     QCOMPARE(ingestsOf(dir), 1);
 }

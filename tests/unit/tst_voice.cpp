@@ -4,6 +4,7 @@
 #include "context/Transcriber.h"
 
 #include <QFile>
+#include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -86,6 +87,8 @@ private Q_SLOTS:
     void engineChoice();
     void whisperOutput_data();
     void whisperOutput();
+    void whisperEngine_data();
+    void whisperEngine();
     void aacRoundTrip();
     void recorderWritesFileAndLevels();
     void recorderWithoutMicrophone();
@@ -190,21 +193,110 @@ void TestVoice::engineChoice() {
 void TestVoice::whisperOutput_data() {
     QTest::addColumn<QByteArray>("out");
     QTest::addColumn<QString>("text");
-    QTest::newRow("timestamps")
-        << QByteArray("\n[00:00:00.000 --> 00:00:02.340]   This button does nothing when I "
-                      "click it.\n[00:00:02.340 --> 00:00:04.000]   Please fix it.\n")
-        << "This button does nothing when I click it. Please fix it.";
-    QTest::newRow("no timestamps")
-        << QByteArray(" The menu is cut off.\n") << "The menu is cut off.";
-    QTest::newRow("silence") << QByteArray("[00:00:00.000 --> 00:00:01.000]   [BLANK_AUDIO]\n")
-                             << "";
-    QTest::newRow("noise marker") << QByteArray(" (wind blowing)\n") << "";
+    auto fixture = [](const char* name) {
+        QFile f(QStringLiteral(TK_FIXTURES "/voice/") + QLatin1String(name));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("unreadable fixture");
+    };
+    QTest::newRow("segments with timestamps")
+        << fixture("whisper-cli-stdout.txt")
+        << "This button does nothing when I click it. The save dialog closes before I can type "
+           "the file name, and then the list is empty.";
+    QTest::newRow("silence") << fixture("whisper-cli-silence.txt") << "";
+    QTest::newRow("segments run together without timestamps")
+        << QByteArray("\n This button does nothing. Please fix it.\n")
+        << "This button does nothing. Please fix it.";
+    QTest::newRow("tags in any case")
+        << QByteArray("[00:00:00.000 --> 00:00:01.000]   [Music]\n"
+                      "[00:00:01.000 --> 00:00:02.000]   [ Silence ] the menu\n")
+        << "the menu";
+    QTest::newRow("sound-only segments")
+        << QByteArray("[00:00:00.000 --> 00:00:01.000]   (wind blowing)\n"
+                      "[00:00:01.000 --> 00:00:02.000]   *cough*\n"
+                      "[00:00:02.000 --> 00:00:03.000]   \xe2\x99\xaa\n")
+        << "";
+    QTest::newRow("brackets inside speech stay")
+        << QByteArray("[00:00:00.000 --> 00:00:02.000]   The blue one (on the left) is cut off.\n")
+        << "The blue one (on the left) is cut off.";
 }
 
 void TestVoice::whisperOutput() {
     QFETCH(QByteArray, out);
     QFETCH(QString, text);
     QCOMPARE(WhisperEngine::parseOutput(out), text);
+}
+
+void TestVoice::whisperEngine_data() {
+    QTest::addColumn<bool>("tool");
+    QTest::addColumn<bool>("model");
+    QTest::addColumn<QString>("says"); // fixture name, printed by the stand-in
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<bool>("available");
+    QTest::addColumn<QString>("result");
+    const QString speech = "This button does nothing when I click it. The save dialog closes "
+                           "before I can type the file name, and then the list is empty.";
+    QTest::newRow("installed and hears speech")
+        << true << true << "whisper-cli-stdout.txt" << 0 << true << speech;
+    QTest::newRow("installed, hears silence: older")
+        << true << true << "whisper-cli-silence.txt" << 0 << true << "older";
+    QTest::newRow("tool fails: older")
+        << true << true << "whisper-cli-stdout.txt" << 1 << true << "older";
+    QTest::newRow("no model: older") << true << false << "" << 0 << false << "older";
+    QTest::newRow("no tool: older") << false << true << "" << 0 << false << "older";
+}
+
+// whisper-cli stands in as a script on PATH that checks what it is handed (a
+// model file and a 16 kHz mono WAV) and prints a recorded answer.
+void TestVoice::whisperEngine() {
+    QFETCH(bool, tool);
+    QFETCH(bool, model);
+    QFETCH(QString, says);
+    QFETCH(int, exitCode);
+    QFETCH(bool, available);
+    QFETCH(QString, result);
+    QTemporaryDir bin, models, work;
+    if (tool) {
+        QFile script(bin.filePath("whisper-cli"));
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write(
+            QStringLiteral("#!/bin/sh\n"
+                           "while [ $# -gt 0 ]; do\n"
+                           "  case $1 in -m) m=$2; shift ;; -f) f=$2; shift ;; esac; shift\n"
+                           "done\n"
+                           "[ -s \"$m\" ] || exit 20\n"
+                           "[ \"$(head -c 4 \"$f\")\" = RIFF ] || exit 21\n"
+                           "[ $(od -An -tu2 -j22 -N2 \"$f\") = 1 ] || exit 22\n"
+                           "[ $(od -An -tu4 -j24 -N4 \"$f\") = 16000 ] || exit 23\n"
+                           "[ $(wc -c < \"$f\") -gt 16000 ] || exit 24\n"
+                           "cat '%1'\n"
+                           "exit %2\n")
+                .arg(QStringLiteral(TK_FIXTURES "/voice/") + says)
+                .arg(exitCode)
+                .toUtf8());
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    if (model) {
+        QFile m(models.filePath("ggml-tiny.en.bin"));
+        QVERIFY(m.open(QIODevice::WriteOnly));
+        m.write("ggml");
+    }
+    const QString audio = work.filePath("voice.m4a");
+    auto w = AacWriter::create(audio, 16000);
+    QVERIFY(w);
+    QVERIFY(w->write(tone(16000, 0.3)));
+    QVERIFY(w->finish());
+    w.reset();
+
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", bin.path().toLocal8Bit() + ":/usr/bin:/bin");
+    WhisperEngine newer(models.path());
+    ScriptedEngine older(true, QStringLiteral("older"));
+    const bool there = newer.available();
+    const auto got = Transcriber::run(&newer, older, audio);
+    qputenv("PATH", path);
+    QCOMPARE(there, available);
+    QVERIFY2(got == std::optional<QString>(result), qPrintable(got.value_or("(nothing)")));
+    QCOMPARE(older.calls, result == "older" ? 1 : 0);
 }
 
 void TestVoice::aacRoundTrip() {
