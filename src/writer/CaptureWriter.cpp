@@ -108,7 +108,9 @@ QString CaptureWriter::write(const Gesture& g, const Deps& deps) {
     c.app.bundleId = front && !front->id.isEmpty() ? front->id : QStringLiteral("?");
     c.app.name = front && !front->name.isEmpty() ? front->name : QStringLiteral("?");
     c.window.title = front ? front->title : QString();
-    c.browser = Browser::active(front ? front->id : QString());
+    if (p && p->accessibility)
+        c.browser = Browser::active(front ? front->id : QString(), front ? front->pid : 0,
+                                    *p->accessibility);
     c.pointer.path = g.pointerPath;
     c.pointer.downAt = {g.downPoint.x(), g.downPoint.y()};
     if (p && p->accessibility) {

@@ -77,7 +77,7 @@ void HttpPeer::serve(QTcpSocket* s) {
             if (!socket)
                 return;
             QByteArray out = "HTTP/1.1 " + QByteArray::number(a.status) + " Scripted\r\n";
-            out += "Content-Type: application/json\r\n";
+            out += "Content-Type: " + a.contentType + "\r\n";
             out += "Content-Length: " + QByteArray::number(a.body.size()) + "\r\n";
             out += "Connection: keep-alive\r\n\r\n";
             if (a.status != 204 && a.status != 304)

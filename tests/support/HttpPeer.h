@@ -25,6 +25,7 @@ public:
         int status = 200;
         QByteArray body;
         int delayMs = 0;
+        QByteArray contentType = "application/json";
     };
 
     explicit HttpPeer(QObject* parent = nullptr);

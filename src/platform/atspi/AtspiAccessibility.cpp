@@ -111,26 +111,168 @@ public:
 #endif
     }
 
+    std::optional<Document> shownDocument(qint64 pid, const QString& attribute) override {
+#ifdef TK_HAVE_ATSPI
+        std::lock_guard guard(m_mutex);
+        if (!ready())
+            return std::nullopt;
+        Ref app = appOf(pid);
+        if (!app)
+            return std::nullopt;
+        Ref frame = activeFrame(app.p);
+        if (!frame)
+            return std::nullopt;
+        for (Ref& doc : documents(frame.p)) {
+            Document d;
+            d.address = attributeOf(doc.p, attribute);
+            if (d.address.isEmpty() || !hasArea(doc.p))
+                continue; // the empty frames browsers keep around
+            GError* e = nullptr;
+            d.name = take(atspi_accessible_get_name(doc.p, &e));
+            failed(e);
+            return d;
+        }
+        return std::nullopt;
+#else
+        Q_UNUSED(pid)
+        Q_UNUSED(attribute)
+        return std::nullopt;
+#endif
+    }
+
 private:
 #ifdef TK_HAVE_ATSPI
+    Ref appOf(qint64 pid) {
+        GError* e = nullptr;
+        Ref desktop(atspi_get_desktop(0));
+        if (!desktop)
+            return {};
+        const int apps = atspi_accessible_get_child_count(desktop.p, &e);
+        if (failed(e))
+            return {};
+        for (int i = 0; i < apps; ++i) {
+            Ref app(atspi_accessible_get_child_at_index(desktop.p, i, &e));
+            if (failed(e) || !app)
+                continue;
+            const guint appPid = atspi_accessible_get_process_id(app.p, &e);
+            if (!failed(e) && qint64(appPid) == pid)
+                return app;
+        }
+        return {};
+    }
+
+    static bool hasState(AtspiAccessible* a, AtspiStateType state) {
+        AtspiStateSet* set = atspi_accessible_get_state_set(a);
+        if (!set)
+            return false;
+        const bool on = atspi_state_set_contains(set, state);
+        g_object_unref(set);
+        return on;
+    }
+
+    Ref activeFrame(AtspiAccessible* app) {
+        GError* e = nullptr;
+        const int n = atspi_accessible_get_child_count(app, &e);
+        if (failed(e))
+            return {};
+        Ref showing;
+        for (int i = 0; i < n; ++i) {
+            Ref frame(atspi_accessible_get_child_at_index(app, i, &e));
+            if (failed(e) || !frame)
+                continue;
+            if (hasState(frame.p, ATSPI_STATE_ACTIVE))
+                return frame;
+            if (!showing && hasState(frame.p, ATSPI_STATE_SHOWING))
+                showing = std::move(frame);
+        }
+        return showing;
+    }
+
+    // Web documents under `root`, in tree order: one Collection query when the
+    // application answers it, else a walk with a budget.
+    std::vector<Ref> documents(AtspiAccessible* root) {
+        std::vector<Ref> out;
+        GError* e = nullptr;
+        if (AtspiCollection* c = atspi_accessible_get_collection_iface(root)) {
+            GArray* roles = g_array_new(FALSE, FALSE, sizeof(gint));
+            const gint role = ATSPI_ROLE_DOCUMENT_WEB;
+            g_array_append_val(roles, role);
+            AtspiMatchRule* rule = atspi_match_rule_new(
+                nullptr, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL, roles,
+                ATSPI_Collection_MATCH_ANY, nullptr, ATSPI_Collection_MATCH_ALL, FALSE);
+            GArray* found = atspi_collection_get_matches(
+                c, rule, ATSPI_Collection_SORT_ORDER_CANONICAL, 0, TRUE, &e);
+            if (!failed(e) && found) {
+                for (guint i = 0; i < found->len; ++i)
+                    out.emplace_back(g_array_index(found, AtspiAccessible*, i));
+            }
+            if (found)
+                g_array_free(found, TRUE);
+            g_object_unref(rule);
+            g_array_free(roles, TRUE);
+            g_object_unref(c);
+            if (!out.empty())
+                return out;
+        }
+        int budget = 3000;
+        std::vector<Ref> stack;
+        stack.emplace_back(Ref(static_cast<AtspiAccessible*>(g_object_ref(root))));
+        while (!stack.empty() && budget-- > 0) {
+            Ref at = std::move(stack.back());
+            stack.pop_back();
+            const AtspiRole role = atspi_accessible_get_role(at.p, &e);
+            if (failed(e))
+                continue;
+            if (role == ATSPI_ROLE_DOCUMENT_WEB) {
+                out.push_back(std::move(at)); // pages inside it are its own
+                continue;
+            }
+            const int n = atspi_accessible_get_child_count(at.p, &e);
+            if (failed(e))
+                continue;
+            for (int i = n - 1; i >= 0; --i) {
+                Ref child(atspi_accessible_get_child_at_index(at.p, i, &e));
+                if (!failed(e) && child)
+                    stack.push_back(std::move(child));
+            }
+        }
+        return out;
+    }
+
+    static QString attributeOf(AtspiAccessible* a, const QString& key) {
+        GError* e = nullptr;
+        GHashTable* attrs = atspi_accessible_get_attributes(a, &e);
+        if (failed(e) || !attrs)
+            return {};
+        const QByteArray k = key.toUtf8();
+        const auto* v = static_cast<const gchar*>(g_hash_table_lookup(attrs, k.constData()));
+        const QString out = QString::fromUtf8(v ? v : "");
+        g_hash_table_unref(attrs);
+        return out;
+    }
+
+    static bool hasArea(AtspiAccessible* a) {
+        AtspiComponent* c = atspi_accessible_get_component_iface(a);
+        if (!c)
+            return false;
+        GError* e = nullptr;
+        AtspiRect* r = atspi_component_get_extents(c, ATSPI_COORD_TYPE_SCREEN, &e);
+        // Firefox reports its document's own extents as -1: not zero, so shown.
+        const bool area = !failed(e) && r && r->width != 0 && r->height != 0;
+        if (r)
+            g_free(r);
+        g_object_unref(c);
+        return area;
+    }
+
     bool ready() {
         if (!m_initDone) {
             m_initDone = true;
             m_initOk = atspi_init() >= 0;
-            if (m_initOk) {
-                // Off the toolkit's loop: Qt runs GLib's default context on the
-                // main thread, and libatspi must only ever run under our lock.
-                m_context = g_main_context_new();
-                atspi_set_main_context(m_context);
-            }
         }
-        if (!m_initOk)
-            return false;
-        atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs);
-        // What arrived since the last capture (cache updates, new windows).
-        for (int i = 0; i < 1000 && g_main_context_iteration(m_context, FALSE); ++i) {
-        }
-        return true;
+        if (m_initOk)
+            atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs);
+        return m_initOk;
     }
 
     Ref hitTest(int x, int y) {
@@ -234,7 +376,6 @@ private:
     }
 
     std::mutex m_mutex;
-    GMainContext* m_context = nullptr;
     bool m_initDone = false;
     bool m_initOk = false;
 #endif
