@@ -239,12 +239,22 @@ private:
         return out;
     }
 
+    // Browsers put the address among the document's own attributes (the
+    // Document interface); the object attributes are the fallback.
     static QString attributeOf(AtspiAccessible* a, const QString& key) {
         GError* e = nullptr;
+        QByteArray k = key.toUtf8();
+        if (AtspiDocument* doc = atspi_accessible_get_document_iface(a)) {
+            gchar* v = atspi_document_get_document_attribute_value(doc, k.data(), &e);
+            g_object_unref(doc);
+            const QString out = QString::fromUtf8(v ? v : "");
+            g_free(v);
+            if (!failed(e) && !out.isEmpty())
+                return out;
+        }
         GHashTable* attrs = atspi_accessible_get_attributes(a, &e);
         if (failed(e) || !attrs)
             return {};
-        const QByteArray k = key.toUtf8();
         const auto* v = static_cast<const gchar*>(g_hash_table_lookup(attrs, k.constData()));
         const QString out = QString::fromUtf8(v ? v : "");
         g_hash_table_unref(attrs);
