@@ -27,44 +27,66 @@ std::array<int, 3> Blur::boxRadii(double sigma) {
 
 namespace {
 
-// Four 8-bit channels spread into the 16-bit lanes of one word: a window of
-// up to 257 pixels sums without overflow, and one addition moves all four.
-inline uint64_t spread(uint32_t p) {
-    return (uint64_t(p & 0xff)) | (uint64_t(p & 0xff00) << 8) | (uint64_t(p & 0xff0000) << 16) |
-           (uint64_t(p & 0xff000000) << 24);
+constexpr double kMaxSigma = 100;
+
+// Two 8-bit channels in the 32-bit lanes of one word: three box passes sum to
+// at most 255 * 39^3 at sigma 24 (far more fits), so nothing is rounded until
+// the end and one addition moves two channels.
+inline uint64_t evenLanes(uint32_t p) {
+    return uint64_t(p & 0xff) | (uint64_t(p & 0xff0000) << 16);
+}
+inline uint64_t oddLanes(uint32_t p) {
+    return uint64_t((p >> 8) & 0xff) | (uint64_t(p >> 24) << 32);
 }
 
-// One box pass over a padded line: only the ends need their neighbours clamped.
-void boxLine(const uint32_t* src, uint32_t* dst, int count, int r) {
-    const int window = 2 * r + 1;
-    const uint64_t inv = (uint64_t(1) << 32) / uint64_t(window) + 1;
-    const uint64_t half = uint64_t(window / 2);
-    auto lane = [&](uint64_t sum, int i) {
-        return uint32_t((((sum >> (16 * i)) & 0xffff) + half) * inv >> 32);
-    };
-    auto at = [&](int i) { return spread(src[std::clamp(i, 0, count - 1)]); };
-    uint64_t sum = at(0) * uint64_t(r + 1);
-    for (int i = 1; i <= r; ++i)
-        sum += at(i);
-    auto out = [&](int i) {
-        dst[i] = lane(sum, 0) | (lane(sum, 1) << 8) | (lane(sum, 2) << 16) | (lane(sum, 3) << 24);
-    };
-    const int safeFrom = r, safeTo = count - r - 1; // i - r >= 0 and i + r + 1 < count
-    int i = 0;
-    for (; i < std::min(safeFrom, count); ++i) {
-        out(i);
-        sum += at(i + r + 1);
-        sum -= at(i - r);
+// Running sums of width 2r + 1 over [from, to) of `src`, written at the
+// window's centre: valid for [from + r, to - r). Both halves of a pixel in one
+// loop: two independent chains keep the core busy.
+template <typename In, typename LoadE, typename LoadO>
+void boxSums(const In* srcE, const In* srcO, uint64_t* dstE, uint64_t* dstO, int from, int to,
+             int r, LoadE loadE, LoadO loadO) {
+    uint64_t se = 0, so = 0;
+    for (int i = from; i <= from + 2 * r; ++i) {
+        se += loadE(srcE[i]);
+        so += loadO(srcO[i]);
     }
-    for (; i < safeTo; ++i) {
-        out(i);
-        sum += spread(src[i + r + 1]);
-        sum -= spread(src[i - r]);
+    const int last = to - r - 1;
+    for (int i = from + r;; ++i) {
+        dstE[i] = se;
+        dstO[i] = so;
+        if (i == last)
+            break;
+        se += loadE(srcE[i + r + 1]) - loadE(srcE[i - r]);
+        so += loadO(srcO[i + r + 1]) - loadO(srcO[i - r]);
     }
-    for (; i < count; ++i) {
-        out(i);
-        sum += at(i + r + 1);
-        sum -= at(i - r);
+}
+
+struct Scratch {
+    std::vector<uint64_t> a, b;
+    explicit Scratch(int n) : a(size_t(n)), b(size_t(n)) {}
+};
+
+// Three box passes over a padded line of n pixels, in place over [keepFrom,
+// keepTo); the padding must be at least the three radii together.
+void threePasses(uint32_t* line, int n, const std::array<int, 3>& r, int keepFrom, int keepTo,
+                 Scratch& even, Scratch& odd) {
+    const auto same = [](uint64_t v) { return v; };
+    const int from1 = r[0], to1 = n - r[0];
+    const int from2 = from1 + r[1], to2 = to1 - r[1];
+    boxSums(line, line, even.a.data(), odd.a.data(), 0, n, r[0], evenLanes, oddLanes);
+    boxSums(even.a.data(), odd.a.data(), even.b.data(), odd.b.data(), from1, to1, r[1], same, same);
+    boxSums(even.b.data(), odd.b.data(), even.a.data(), odd.a.data(), from2, to2, r[2], same, same);
+    const uint64_t area = uint64_t(2 * r[0] + 1) * uint64_t(2 * r[1] + 1) * uint64_t(2 * r[2] + 1);
+    // sum / area rounded, as a multiply: exact, as sums stay below 256 * area.
+    constexpr int kShift = 48;
+    const uint64_t inv = ((uint64_t(1) << kShift) + area - 1) / area;
+    const uint64_t half = area / 2;
+    const auto div = [&](uint64_t v) {
+        return uint32_t(((v & 0xffffffff) + half) * inv >> kShift);
+    };
+    for (int i = keepFrom; i < keepTo; ++i) {
+        const uint64_t e = even.a[size_t(i)], o = odd.a[size_t(i)];
+        line[i] = div(e) | (div(o) << 8) | (div(e >> 32) << 16) | (div(o >> 32) << 24);
     }
 }
 
@@ -83,6 +105,7 @@ template <typename F> void parallel(int n, int threads, F work) {
 void Blur::gaussian(QImage& image, double sigma, int threads) {
     if (image.isNull() || image.depth() != 32 || sigma <= 0)
         return;
+    sigma = std::min(sigma, kMaxSigma); // keeps 255 * area inside a 32-bit lane
     if (threads <= 0)
         threads = int(std::max(1u, std::thread::hardware_concurrency()));
     const int w = image.width(), h = image.height();
@@ -93,21 +116,16 @@ void Blur::gaussian(QImage& image, double sigma, int threads) {
     // passes: the picture continues with its border, rather than each pass
     // clamping the previous one's output.
     const int pad = radii[0] + radii[1] + radii[2] + 1;
-    auto threePasses = [&](uint32_t* line, uint32_t* a, uint32_t* b, int n) {
-        boxLine(line, a, n, radii[0]);
-        boxLine(a, b, n, radii[1]);
-        boxLine(b, line, n, radii[2]);
-    };
     parallel(h, threads, [&](int first, int last) {
         const int n = w + 2 * pad;
-        std::vector<uint32_t> line(static_cast<size_t>(n)), a(static_cast<size_t>(n)),
-            b(static_cast<size_t>(n));
+        std::vector<uint32_t> line(static_cast<size_t>(n));
+        Scratch even(n), odd(n);
         for (int y = first; y < last; ++y) {
             uint32_t* row = pixels + size_t(y) * stride;
             std::fill_n(line.begin(), pad, row[0]);
             std::copy_n(row, w, line.begin() + pad);
             std::fill_n(line.begin() + pad + w, pad, row[w - 1]);
-            threePasses(line.data(), a.data(), b.data(), n);
+            threePasses(line.data(), n, radii, pad, pad + w, even, odd);
             std::copy_n(line.begin() + pad, w, row);
         }
     });
@@ -116,8 +134,8 @@ void Blur::gaussian(QImage& image, double sigma, int threads) {
     const int blocks = (w + kBlock - 1) / kBlock;
     parallel(blocks, threads, [&](int first, int last) {
         const int n = h + 2 * pad;
-        std::vector<uint32_t> cols(static_cast<size_t>(n) * kBlock), a(static_cast<size_t>(n)),
-            b(static_cast<size_t>(n));
+        std::vector<uint32_t> cols(static_cast<size_t>(n) * kBlock);
+        Scratch even(n), odd(n);
         for (int blk = first; blk < last; ++blk) {
             const int x0 = blk * kBlock, width = std::min(kBlock, w - x0);
             for (int y = 0; y < h; ++y) {
@@ -129,7 +147,7 @@ void Blur::gaussian(QImage& image, double sigma, int threads) {
                 uint32_t* col = cols.data() + size_t(k) * size_t(n);
                 std::fill_n(col, pad, col[pad]);
                 std::fill_n(col + pad + h, pad, col[pad + h - 1]);
-                threePasses(col, a.data(), b.data(), n);
+                threePasses(col, n, radii, pad, pad + h, even, odd);
             }
             for (int y = 0; y < h; ++y) {
                 uint32_t* row = pixels + size_t(y) * stride + size_t(x0);
