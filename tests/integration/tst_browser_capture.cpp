@@ -102,14 +102,7 @@ QJsonObject TestBrowserCapture::capture() {
         const double a = 2 * M_PI * i / 16;
         path << c + QPoint(int(150 * std::cos(a)), int(90 * std::sin(a)));
     }
-    const int before = m_desk.captureFolders().size();
-    m_desk.gesture(path, 10);
-    if (!m_desk.waitForCaptures(before + 1))
-        return {};
-    QFile f(m_desk.captureFolders().last() + "/context.json");
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QJsonDocument::fromJson(f.readAll()).object();
+    return m_desk.gestureContext(path, 10);
 }
 
 void TestBrowserCapture::pageOfTheFrontBrowser_data() {

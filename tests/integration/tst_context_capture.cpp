@@ -67,14 +67,7 @@ QJsonObject TestContextCapture::captureAround(const QRect& target, bool startIns
         const double a = 2 * M_PI * i / 24;
         path << c + QPoint(int(rx * std::cos(a)), int(ry * std::sin(a)));
     }
-    const int before = m_desk.captureFolders().size();
-    m_desk.gesture(path, 10);
-    if (!m_desk.waitForCaptures(before + 1))
-        return {};
-    QFile f(m_desk.captureFolders().last() + "/context.json");
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QJsonDocument::fromJson(f.readAll()).object();
+    return m_desk.gestureContext(path, 10);
 }
 
 void TestContextCapture::lassoAroundAButton() {

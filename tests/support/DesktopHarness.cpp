@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTest>
 #include <QThread>
@@ -293,6 +294,17 @@ void DesktopHarness::gesture(const QList<QPoint>& path, int stepMs) {
     QTest::qWait(50);
     keyUp(QStringLiteral("space"));
     keyUp(QStringLiteral("alt"));
+}
+
+QJsonObject DesktopHarness::gestureContext(const QList<QPoint>& path, int stepMs) {
+    const int before = captureFolders().size();
+    gesture(path, stepMs);
+    if (!waitForCaptures(before + 1))
+        return {};
+    QFile f(captureFolders().last() + QStringLiteral("/context.json"));
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(f.readAll()).object();
 }
 
 QStringList DesktopHarness::captureFolders() const {

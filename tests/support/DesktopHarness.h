@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QList>
 #include <QPoint>
 #include <QProcess>
@@ -61,6 +62,9 @@ public:
     void moveTo(QPoint p); // produces raw motion, unlike a warp
     // Holds Alt+Space, walks the pointer along `path`, releases Space then Alt.
     void gesture(const QList<QPoint>& path, int stepMs = 15);
+    // One gesture, then the context record of the capture it made; empty when
+    // none appeared or it is unreadable.
+    QJsonObject gestureContext(const QList<QPoint>& path, int stepMs = 15);
 
     // Capture folders holding a context.json, oldest first.
     QStringList captureFolders() const;

@@ -286,28 +286,15 @@ private:
     }
 
     Ref hitTest(int x, int y) {
-        GError* e = nullptr;
-        Ref desktop(atspi_get_desktop(0));
-        if (!desktop)
-            return {};
-        const int apps = atspi_accessible_get_child_count(desktop.p, &e);
-        if (failed(e))
-            return {};
         // The topmost window under the point decides which application answers.
-        for (qint64 pid : m_windowsAt(QPoint(x, y))) {
-            for (int i = 0; i < apps; ++i) {
-                Ref app(atspi_accessible_get_child_at_index(desktop.p, i, &e));
-                if (failed(e) || !app)
-                    continue;
-                const guint appPid = atspi_accessible_get_process_id(app.p, &e);
-                if (failed(e) || qint64(appPid) != pid)
-                    continue;
-                if (Ref frame = frameAt(app.p, x, y))
-                    return descend(std::move(frame), x, y);
-            }
+        const auto pids = m_windowsAt(QPoint(x, y));
+        if (pids.empty())
+            return {};
+        Ref app = appOf(pids.front());
+        if (!app)
             return {}; // that window's application is not on the bus
-        }
-        return {};
+        Ref frame = frameAt(app.p, x, y);
+        return frame ? descend(std::move(frame), x, y) : Ref{};
     }
 
     Ref frameAt(AtspiAccessible* app, int x, int y) {
@@ -349,8 +336,13 @@ private:
     AxRaw read(AtspiAccessible* a) {
         AxRaw raw;
         GError* e = nullptr;
-        if (QString role = take(atspi_accessible_get_role_name(a, &e)); !failed(e))
-            raw.role = role;
+        // The role is usually cached already; its name is a local table, so
+        // only one call can be slow, and it gets a second chance.
+        AtspiRole role = atspi_accessible_get_role(a, &e);
+        if (failed(e))
+            role = atspi_accessible_get_role(a, &e);
+        if (!failed(e))
+            raw.role = take(atspi_role_get_name(role));
         if (QString name = take(atspi_accessible_get_name(a, &e)); !failed(e))
             raw.name = name;
         if (QString desc = take(atspi_accessible_get_description(a, &e)); !failed(e))
