@@ -23,10 +23,7 @@ private Q_SLOTS:
     void noMicrophoneStillCaptures();
 
 private:
-    // Holds the hotkey for `ms` while the pointer moves; returns the held time.
-    qint64 hold(int ms, const QString& speech);
     int ingestsOf(const QString& dir) const;
-    QString speech(const QString& name, const QString& text);
     DesktopHarness m_desk;
     HttpPeer m_peer;
 };
@@ -36,33 +33,6 @@ void TestVoiceCapture::initTestCase() {
     QVERIFY(m_desk.startX());
     QVERIFY(m_desk.startSound());
     QVERIFY(m_desk.startApp());
-}
-
-QString TestVoiceCapture::speech(const QString& name, const QString& text) {
-    // flite's voices are the ones Debian's en-us model hears well.
-    const QString wav = m_desk.home() + "/" + name + ".wav";
-    if (!QFile::exists(wav) &&
-        m_desk.run("flite", {"-voice", "slt", "-t", text, "-o", wav}, 30000) != 0)
-        return {};
-    return wav;
-}
-
-qint64 TestVoiceCapture::hold(int ms, const QString& wav) {
-    m_desk.moveTo({400, 400});
-    QElapsedTimer held;
-    m_desk.keyDown("alt");
-    m_desk.keyDown("space");
-    held.start();
-    if (!wav.isEmpty())
-        m_desk.play(wav);
-    for (int i = 0; held.elapsed() < ms; ++i) {
-        m_desk.moveTo({400 + (i % 50) * 4, 400 + (i % 7)});
-        QTest::qWait(40);
-    }
-    m_desk.keyUp("space");
-    const qint64 t = held.elapsed();
-    m_desk.keyUp("alt");
-    return t;
 }
 
 int TestVoiceCapture::ingestsOf(const QString& dir) const {
@@ -86,13 +56,13 @@ void TestVoiceCapture::spokenGesture_data() {
 void TestVoiceCapture::spokenGesture() {
     QFETCH(QString, text);
     QFETCH(QStringList, contentWords);
-    const QString wav = speech(QString::number(qHash(text)), text);
+    const QString wav = m_desk.speech(QString::number(qHash(text)), text);
     QVERIFY(!wav.isEmpty());
     const auto spoken = tk::decodeToPcm16k(wav);
     QVERIFY(spoken);
     const int speechMs = int(spoken->size() / 16);
     const int before = m_desk.captureFolders().size();
-    const qint64 held = hold(speechMs + 700, wav);
+    const qint64 held = m_desk.holdHotkey(speechMs + 700, wav);
     QVERIFY(m_desk.waitForCaptures(before + 1));
     const QString dir = m_desk.captureFolders().last();
 
@@ -132,7 +102,7 @@ void TestVoiceCapture::spokenGesture() {
 
 void TestVoiceCapture::silenceGivesNoTranscript() {
     const int before = m_desk.captureFolders().size();
-    hold(1500, {});
+    m_desk.holdHotkey(1500, {});
     QVERIFY(m_desk.waitForCaptures(before + 1));
     const QString dir = m_desk.captureFolders().last();
     QVERIFY(QFile::exists(dir + "/audio.m4a"));
@@ -148,7 +118,7 @@ void TestVoiceCapture::noMicrophoneStillCaptures() {
     noSound.insert("PULSE_SERVER", "unix:" + m_desk.home() + "/no-sound-server");
     QVERIFY(m_desk.startApp(noSound));
     const int before = m_desk.captureFolders().size();
-    hold(1200, speech("short", "this button does nothing when I click it"));
+    m_desk.holdHotkey(1200, m_desk.speech("short", "this button does nothing when I click it"));
     QVERIFY(m_desk.waitForCaptures(before + 1));
     const QString dir = m_desk.captureFolders().last();
     QVERIFY(QFile::exists(dir + "/shot.png"));

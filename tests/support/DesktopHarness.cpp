@@ -2,6 +2,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -305,6 +306,35 @@ QJsonObject DesktopHarness::gestureContext(const QList<QPoint>& path, int stepMs
     if (!f.open(QIODevice::ReadOnly))
         return {};
     return QJsonDocument::fromJson(f.readAll()).object();
+}
+
+qint64 DesktopHarness::holdHotkey(int ms, const QString& wav) {
+    moveTo({400, 400});
+    QElapsedTimer held;
+    keyDown(QStringLiteral("alt"));
+    keyDown(QStringLiteral("space"));
+    held.start();
+    if (!wav.isEmpty())
+        play(wav);
+    for (int i = 0; held.elapsed() < ms; ++i) {
+        moveTo({400 + (i % 50) * 4, 400 + (i % 7)});
+        QTest::qWait(40);
+    }
+    keyUp(QStringLiteral("space"));
+    const qint64 t = held.elapsed();
+    keyUp(QStringLiteral("alt"));
+    return t;
+}
+
+QString DesktopHarness::speech(const QString& name, const QString& text) {
+    // flite's voices are the ones Debian's en-us model hears well.
+    const QString wav = home() + QLatin1Char('/') + name + QStringLiteral(".wav");
+    if (!QFile::exists(wav) && run(QStringLiteral("flite"),
+                                   {QStringLiteral("-voice"), QStringLiteral("slt"),
+                                    QStringLiteral("-t"), text, QStringLiteral("-o"), wav},
+                                   30000) != 0)
+        return {};
+    return wav;
 }
 
 QStringList DesktopHarness::captureFolders() const {

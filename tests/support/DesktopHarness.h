@@ -65,6 +65,11 @@ public:
     // One gesture, then the context record of the capture it made; empty when
     // none appeared or it is unreadable.
     QJsonObject gestureContext(const QList<QPoint>& path, int stepMs = 15);
+    // Holds the hotkey for `ms` while the pointer moves and `wav` plays (none
+    // when empty); returns the held time.
+    qint64 holdHotkey(int ms, const QString& wav = {});
+    // `text` spoken by flite into a WAV in the home folder; empty on failure.
+    QString speech(const QString& name, const QString& text);
 
     // Capture folders holding a context.json, oldest first.
     QStringList captureFolders() const;
